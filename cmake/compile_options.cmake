@@ -1,0 +1,34 @@
+# The warnings, sanitizers and counters of the developer presets; a plain build has none of them.
+
+include(CheckCXXCompilerFlag)
+find_package(Threads REQUIRED)
+
+set(velun_strict_flags)
+if(VELUN_STRICT)
+  foreach(flag
+      -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
+      -Wcast-align -Wcast-qual -Wnon-virtual-dtor -Woverloaded-virtual -Wnull-dereference
+      -Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wuseless-cast -Wdouble-promotion
+      -Wformat=2 -Wimplicit-fallthrough -Wextra-semi -Wunused)
+    string(MAKE_C_IDENTIFIER "has${flag}" has_flag)
+    check_cxx_compiler_flag(${flag} ${has_flag})
+    if(${has_flag})
+      list(APPEND velun_strict_flags ${flag})
+    endif()
+  endforeach()
+  list(APPEND velun_strict_flags -Werror)
+endif()
+
+# Compiles `target` as the chosen preset asks for.
+function(velun_compile_options target)
+  target_compile_options(${target} PRIVATE ${velun_strict_flags})
+  if(VELUN_SANITIZE)
+    set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_compile_options(${target} PRIVATE ${sanitizers})
+    target_link_options(${target} PRIVATE ${sanitizers})
+  endif()
+  if(VELUN_COVERAGE)
+    target_compile_options(${target} PRIVATE --coverage)
+    target_link_options(${target} PRIVATE --coverage)
+  endif()
+endfunction()

@@ -1,0 +1,53 @@
+#include "config/load_config.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <optional>
+
+#include "config/locations.h"
+#include "config/reader.h"
+#include "config/validator.h"
+
+namespace velun {
+namespace {
+
+// A directory opens for reading and fails only on the first read, which counts as unreadable.
+std::optional<std::string> read_file(const std::filesystem::path& path) {
+  std::ifstream file(path);
+  if (!file) {
+    return std::nullopt;
+  }
+  std::string text;
+  char chunk[4096];
+  while (file.read(chunk, sizeof chunk) || file.gcount() > 0) {
+    text.append(chunk, static_cast<std::size_t>(file.gcount()));
+  }
+  return file.bad() ? std::nullopt : std::optional(text);
+}
+
+}  // namespace
+
+bool load_config(Config& config, bool verbose) {
+  const std::filesystem::path path = config_path();
+  const std::optional<std::string> text = read_file(path);
+  if (!text) {
+    if (verbose) {
+      std::cerr << "no configuration at " + path.string() + " — run `velun setup` first\n";
+    }
+    return false;
+  }
+  Problems problems;
+  config = validate_config(parse_config_text(*text, problems), problems);
+  if (problems.empty()) {
+    return true;
+  }
+  std::string report = path.string() + " has problems:\n";
+  for (const std::string& problem : problems) {
+    report += "  " + problem + "\n";
+  }
+  std::cerr << report;
+  return false;
+}
+
+}  // namespace velun

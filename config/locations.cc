@@ -1,0 +1,67 @@
+#include "config/locations.h"
+
+#include <cstdlib>
+#include <fstream>
+
+namespace fs = std::filesystem;
+
+namespace velun {
+namespace {
+
+bool is_set_and_not_empty(const char* value) {
+  return value != nullptr && *value != '\0';
+}
+
+// A HOME that is set but empty is used as it stands and gives a relative path.
+fs::path home_or_tmp() {
+  const char* home = std::getenv("HOME");
+  return home != nullptr ? home : "/tmp";
+}
+
+}  // namespace
+
+fs::path config_path() {
+  if (const char* file = std::getenv("VELUN_CLI_CONFIG"); file != nullptr) {
+    return file;
+  }
+  if (const char* xdg = std::getenv("XDG_CONFIG_HOME"); is_set_and_not_empty(xdg)) {
+    return fs::path(xdg) / "velun" / "velun.yaml";
+  }
+  return home_or_tmp() / ".config" / "velun" / "velun.yaml";
+}
+
+fs::path default_state_dir() {
+  if (const char* directory = std::getenv("VELUN_STATE_DIR"); directory != nullptr) {
+    return directory;
+  }
+  if (const char* xdg = std::getenv("XDG_DATA_HOME"); is_set_and_not_empty(xdg)) {
+    return fs::path(xdg) / "velun";
+  }
+  return home_or_tmp() / ".local" / "share" / "velun";
+}
+
+fs::path state_dir_of(const Config& config) {
+  return config.state_dir.empty() ? default_state_dir() : fs::path(config.state_dir);
+}
+
+std::string read_control_token(const Config& config) {
+  std::ifstream file(state_dir_of(config) / "control.token");
+  std::string token;
+  std::getline(file, token);
+  return token;
+}
+
+fs::path models_dir_of(const Config& config) {
+  return state_dir_of(config) / "models";
+}
+
+fs::path pid_file_of(const Config& config) {
+  return state_dir_of(config) / "velun-cli.pid";
+}
+
+bool path_exists(const fs::path& path) {
+  std::error_code ignored;
+  return fs::exists(path, ignored);
+}
+
+}  // namespace velun

@@ -1,0 +1,38 @@
+// Where velun's files are: the config file and the state directory with what lives in it. The
+// environment is read on every call and nothing is created here; whoever writes into a directory
+// creates it.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "config/config.h"
+
+namespace velun {
+
+/// The config file: `VELUN_CLI_CONFIG` as it stands, even empty; else velun/velun.yaml below
+/// `XDG_CONFIG_HOME`, below .config in `HOME`, or below /tmp/.config without a `HOME`.
+std::filesystem::path config_path();
+
+/// The state directory of a config that names none: `VELUN_STATE_DIR` as it stands, even empty;
+/// else velun below `XDG_DATA_HOME`, below .local/share in `HOME`, or below /tmp/.local/share.
+std::filesystem::path default_state_dir();
+
+/// The state directory in effect: the config's own, else `default_state_dir`.
+std::filesystem::path state_dir_of(const Config& config);
+
+/// The bearer token of the control API: the first line of control.token, written by the daemon,
+/// without its newline and otherwise untouched. The empty text when the file cannot be read.
+std::string read_control_token(const Config& config);
+
+/// The directory that holds one subdirectory per model bundle.
+std::filesystem::path models_dir_of(const Config& config);
+
+/// The file that records the process id of the daemon that velun started.
+std::filesystem::path pid_file_of(const Config& config);
+
+/// True when anything is at the path, links followed. A question that fails, for a name too long or
+/// a missing permission, counts as no.
+bool path_exists(const std::filesystem::path& path);
+
+}  // namespace velun

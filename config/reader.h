@@ -1,0 +1,40 @@
+// Splits the text of `velun.yaml` into keys with raw values. The format is a flat subset of YAML:
+// one `key: value` pair a line, scalars (bare, single- or double-quoted), one-level lists in
+// brackets, comments with "#". Nesting, indentation, multi-line values and block lists are refused.
+// The reader knows no key names; validator.h judges them.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velun {
+
+/// One accepted line.
+struct ConfigEntry {
+  std::string scalar;              ///< the unquoted value; empty for a list
+  std::vector<std::string> items;  ///< the unquoted items; empty for a scalar
+  bool is_list = false;            ///< the value was written in brackets
+  int line = 0;                    ///< 1-based line number
+};
+
+/// Keys in ascending byte order, which is the order in which the validator reports them.
+using RawConfig = std::map<std::string, ConfigEntry>;
+
+/// Texts for the user, collected by the reader and then the validator, in the order of reporting.
+using Problems = std::vector<std::string>;
+
+/// Reads the whole text. Never fails as a whole: a bad line appends one problem, "line N: " first,
+/// and leaves nothing in the result. The first of two equal keys wins.
+RawConfig parse_config_text(std::string_view text, Problems& problems);
+
+/// Without leading and trailing spaces and tabs; other white space stays.
+std::string_view trim_blanks(std::string_view text);
+
+/// Without its quotes when the text starts and ends with the same kind. Double quotes resolve
+/// escapes (\n, \t, any other character stands for itself), single quotes none. Anything else,
+/// a lone quote at one end included, comes back unchanged.
+std::string unquote_value(std::string_view text);
+
+}  // namespace velun
