@@ -1,0 +1,84 @@
+#include "daemon/control_client.h"
+
+#include <chrono>
+#include <exception>
+#include <utility>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/http/message.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/read.hpp>
+#include <boost/beast/http/string_body.hpp>
+#include <boost/system/system_error.hpp>
+
+namespace asio = boost::asio;
+namespace http = boost::beast::http;
+
+namespace velun {
+namespace {
+
+// Connect, write and read share this much time, so that a mute listener cannot hold a command up.
+constexpr std::chrono::seconds call_limit{2};
+
+// One call's socket and the moment by which all of its steps must be done.
+struct Call {
+  asio::io_context io;
+  asio::ip::tcp::socket socket{io};
+  std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::now() + call_limit;
+};
+
+// Starts one asynchronous step and runs it to its end; throws when it fails or time is up.
+template <typename Start>
+void run_step(Call& call, const Start& start) {
+  boost::system::error_code result = asio::error::timed_out;
+  start([&result](const boost::system::error_code& error, auto&&...) { result = error; });
+  call.io.restart();
+  call.io.run_until(call.deadline);
+  if (result) {
+    throw boost::system::system_error(result);
+  }
+}
+
+std::string fetch_body(int port, const std::string& request) {
+  boost::beast::flat_buffer buffer;
+  http::response_parser<http::string_body> parser;
+  Call call;
+  const asio::ip::tcp::endpoint daemon(asio::ip::make_address_v4("127.0.0.1"),
+                                       static_cast<unsigned short>(port));
+  run_step(call, [&](auto done) { call.socket.async_connect(daemon, done); });
+  run_step(call, [&](auto done) { asio::async_write(call.socket, asio::buffer(request), done); });
+  // In two steps: read at once, a body that arrives together with its header slips past the
+  // library's limit on announced lengths.
+  run_step(call, [&](auto done) { http::async_read_header(call.socket, buffer, parser, done); });
+  run_step(call, [&](auto done) { http::async_read(call.socket, buffer, parser, done); });
+  http::response<http::string_body>& response = parser.get();
+  return response.result() == http::status::ok ? std::move(response.body()) : std::string();
+}
+
+}  // namespace
+
+std::string control_request(int port, const std::string& path, const std::string& token) {
+  std::string request =
+      "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) + "\r\n";
+  if (!token.empty()) {
+    request += "Authorization: Bearer " + token + "\r\n";
+  }
+  return request + "\r\n";
+}
+
+std::string control_get(int port, const std::string& path, const std::string& token) {
+  try {
+    return fetch_body(port, control_request(port, path, token));
+  } catch (const std::exception&) {
+    return "";
+  }
+}
+
+bool daemon_healthy(int port) {
+  return !control_get(port, "/healthz", "").empty();
+}
+
+}  // namespace velun

@@ -1,0 +1,23 @@
+// The only way velun talks to the daemon: plain HTTP/1.1 GET requests to its control API on
+// 127.0.0.1, one connection each. The client prints nothing and reads no file; callers bring the
+// token and word every failure themselves.
+#pragma once
+
+#include <string>
+
+namespace velun {
+
+/// The exact bytes of a request for `path`: request line, Host, and Authorization when `token` is
+/// not empty. The token goes in untouched, stray blanks and a carriage return included, so that the
+/// daemon judges precisely what its token file holds.
+std::string control_request(int port, const std::string& path, const std::string& token);
+
+/// Asks the daemon's control API for `path` on 127.0.0.1:`port`.
+/// Returns the body of a status-200 answer; the empty text for anything else: another status, no
+/// listener, a broken or over-long answer, or none within two seconds. Never throws.
+std::string control_get(int port, const std::string& path, const std::string& token);
+
+/// True when GET /healthz, without a token, is answered with status 200 and a non-empty body.
+bool daemon_healthy(int port);
+
+}  // namespace velun

@@ -1,0 +1,16 @@
+#include "daemon/execute.h"
+
+#include <unistd.h>
+
+namespace velun {
+
+void execute(std::vector<std::string>& words) {
+  std::vector<char*> argv;
+  for (std::string& word : words) {
+    argv.push_back(word.data());
+  }
+  argv.push_back(nullptr);
+  execvp(argv[0], argv.data());
+}
+
+}  // namespace velun

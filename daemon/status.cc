@@ -1,0 +1,97 @@
+#include "daemon/status.h"
+
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "config/exit_status.h"
+#include "config/locations.h"
+#include "daemon/control_client.h"
+
+using nlohmann::json;
+
+namespace velun {
+namespace {
+
+// Every lookup below throws the library's type error on a member of another type; each is made
+// whether or not its value is shown, so that an answer is either understood whole or not at all.
+
+std::string mode_line(const json& answer) {
+  const std::string mode = answer.value("mode", "?");
+  // The daemon's own name for the watch mode.
+  return "mode:      " + (mode == "monitor" ? "watch" : mode) + "\n";
+}
+
+std::string engine_line(const json& answer) {
+  const std::string status = answer.value("model_status", "");
+  const std::string endpoint = answer.value("model_endpoint", "");
+  if (status.empty()) {
+    return "";
+  }
+  return "engine:    " +
+         (status == "loaded"     ? "model loaded (on-device)"
+          : status == "endpoint" ? "self-hosted (" + endpoint + ")"
+                                 : status) +
+         "\n";
+}
+
+// Members are iterated by reference: copying a deeply nested one would exhaust the stack.
+std::string listener_lines(const json& answer) {
+  const auto listeners = answer.find("listeners");
+  if (listeners == answer.end()) {
+    return "";
+  }
+  std::string lines;
+  for (const json& listener : listeners->get_ref<const json::array_t&>()) {
+    lines += "listener:  " + listener.value("app", "?") + " on port " +
+             std::to_string(listener.value("port", 0)) + "\n";
+  }
+  return lines;
+}
+
+std::string intercept_line(const json& answer) {
+  const auto intercept = answer.find("intercept");
+  if (intercept == answer.end()) {
+    return "";
+  }
+  const bool enabled = intercept->value("enabled", false);
+  const int port = intercept->value("port", 0);
+  return enabled ? "intercept: port " + std::to_string(port) + "\n" : "";
+}
+
+}  // namespace
+
+std::optional<std::string> status_report(const std::string& body, int control_port) {
+  const json answer = json::parse(body, nullptr, false);
+  if (answer.is_discarded()) {
+    return std::nullopt;
+  }
+  try {
+    return mode_line(answer) + engine_line(answer) + listener_lines(answer) +
+           intercept_line(answer) + "dashboard: http://127.0.0.1:" + std::to_string(control_port) +
+           "/\n";
+  } catch (const json::exception&) {
+    return std::nullopt;
+  }
+}
+
+int print_status(const Config& config) {
+  if (!daemon_healthy(config.control_port)) {
+    std::cout << "not running (configured mode: " + config.mode + ")\n";
+    return status_success;
+  }
+  const std::string body =
+      control_get(config.control_port, "/v1/status", read_control_token(config));
+  if (body.empty()) {
+    std::cerr << "the daemon answers /healthz but refused /v1/status — token mismatch?\n";
+    return status_failure;
+  }
+  const std::optional<std::string> report = status_report(body, config.control_port);
+  if (!report) {
+    std::cerr << "unparseable /v1/status\n";
+    return status_failure;
+  }
+  std::cout << *report;
+  return status_success;
+}
+
+}  // namespace velun

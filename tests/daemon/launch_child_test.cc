@@ -1,0 +1,177 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "tests/support/lifecycle.h"
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+// What the forked child is and does, and how velun takes its end.
+class StartChild : public Lifecycle {
+ protected:
+  StartChild() { sandbox.configure(); }
+
+  std::string exited() const {
+    return exited_text((sandbox.root() / "programs/daemon").string() + " " +
+                       spaced(sandbox.daemon_flags()));
+  }
+
+  void expect_early_end(const std::string& steps) {
+    const ScriptedProgram daemon = install_daemon(steps);
+    const Outcome run = sandbox.velun({"start"});
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, exited());
+    EXPECT_EQ(run.status, 1);
+    EXPECT_LT(run.took, std::chrono::milliseconds(4000));
+    EXPECT_EQ(daemon.runs().size(), 1U);
+  }
+};
+
+TEST_F(StartChild, that_exits_with_status_0_before_answering_is_a_failure) {
+  expect_early_end("exit 0");
+}
+
+TEST_F(StartChild, that_exits_with_a_status_of_its_own_before_answering_is_a_failure) {
+  expect_early_end("exit 42");
+}
+
+TEST_F(StartChild, that_is_killed_before_answering_is_a_failure) {
+  expect_early_end("kill 9");
+}
+
+TEST_F(StartChild, that_exits_only_after_a_while_is_noticed_too) {
+  expect_early_end("sleep 700\nexit 0");
+}
+
+TEST_F(StartChild, that_exits_is_noticed_though_the_parent_of_velun_ignores_sigchld) {
+  const ScriptedProgram daemon = install_daemon("exit 3");
+  RunOptions options;
+  options.in_child = [] { signal(SIGCHLD, SIG_IGN); };
+  const Outcome run = sandbox.velun({"start"}, options);
+  EXPECT_EQ(run.err, exited());
+  EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(StartChild, that_exits_is_collected_by_velun_itself) {
+  const ScriptedProgram daemon = install_daemon("exit 3");
+  EXPECT_EQ(sandbox.velun({"start"}).status, 1);
+  ASSERT_EQ(daemon.runs().size(), 1U);
+  // A zombie would have come down to this process.
+  EXPECT_EQ(wait_for(daemon.runs()[0].pid, std::chrono::milliseconds(200)), -1);
+  EXPECT_FALSE(is_running(daemon.runs()[0].pid));
+}
+
+TEST_F(StartChild, whose_exec_failed_ends_with_127) {
+  sandbox.environment["VELUND"] = "/does/not/exist";
+  // The second probe holds velun up, so that it can be ended before it collects the child.
+  std::atomic<int> probes = 0;
+  const LoopbackServer control(sandbox.control_port(), [&](const std::string&) {
+    return ++probes == 1 ? answer(503, "") : Reply{"", Ending::hang};
+  });
+  const pid_t velun = sandbox.start_velun({"start"});
+  ASSERT_TRUE(eventually([&] { return probes == 2; }));
+  kill(velun, SIGKILL);
+  ASSERT_NE(wait_for(velun, std::chrono::seconds(10)), -1);
+  const int status =
+      wait_for(std::atoi(read_file(sandbox.pid_file()).c_str()), std::chrono::seconds(10));
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 127);
+  EXPECT_EQ(read_file(sandbox.output_file()), "could not start /does/not/exist: exec failed\n");
+}
+
+TEST_F(StartChild, has_a_session_of_its_own) {
+  const ScriptedProgram daemon = install_daemon("exit 3");
+  sandbox.velun({"start"});
+  ASSERT_EQ(daemon.runs().size(), 1U);
+  EXPECT_EQ(daemon.runs()[0].session, daemon.runs()[0].pid);
+}
+
+TEST_F(StartChild, inherits_the_three_streams) {
+  const ScriptedProgram daemon = install_daemon("forever");
+  const LoopbackServer control = port_of_daemon(daemon);
+  EXPECT_EQ(sandbox.velun({"start"}).status, 0);
+  ASSERT_EQ(daemon.runs().size(), 1U);
+  const fs::path streams = "/proc/" + std::to_string(daemon.runs()[0].pid) + "/fd";
+  EXPECT_EQ(fs::read_symlink(streams / "0"), sandbox.root() / "in");
+  EXPECT_EQ(fs::read_symlink(streams / "1"), sandbox.output_file());
+  EXPECT_EQ(fs::read_symlink(streams / "2"), sandbox.root() / "err");
+}
+
+TEST_F(StartChild, gets_the_null_device_for_streams_that_velun_was_not_given) {
+  const ScriptedProgram daemon = install_daemon("forever");
+  const LoopbackServer control = port_of_daemon(daemon);
+  RunOptions options;
+  options.in_child = [] {
+    for (const int stream : {0, 1, 2}) {
+      close(stream);
+    }
+  };
+  EXPECT_EQ(sandbox.velun({"start"}, options).status, 0);
+  ASSERT_EQ(daemon.runs().size(), 1U);
+  const std::string pid = std::to_string(daemon.runs()[0].pid);
+  for (const char* stream : {"0", "1", "2"}) {
+    EXPECT_EQ(fs::read_symlink("/proc/" + pid + "/fd/" + stream), "/dev/null");
+  }
+  EXPECT_EQ(read_file(sandbox.pid_file()), pid + "\n");
+}
+
+TEST_F(StartChild, runs_also_when_velun_cannot_print) {
+  const ScriptedProgram daemon = install_daemon("forever");
+  const LoopbackServer control = port_of_daemon(daemon);
+  const Outcome run = sandbox.velun({"mode", "watch"}, with_full_output());
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(daemon.runs().size(), 1U);
+}
+
+TEST_F(StartChild, can_say_something_on_both_output_streams) {
+  install_daemon("print a word\ncomplain a complaint\nexit 3");
+  const Outcome run = sandbox.velun({"start"});
+  EXPECT_EQ(run.out, "a word\n");
+  EXPECT_EQ(run.err, "a complaint\n" + exited());
+}
+
+TEST_F(StartChild, speaks_after_what_velun_printed_before_it_forked) {
+  install_daemon("print a word\ncomplain a complaint\nexit 3");
+  RunOptions options;
+  options.one_output = true;
+  EXPECT_EQ(sandbox.velun({"mode", "watch"}, options).out,
+            "wrote " + sandbox.config_file().string() + "\na word\na complaint\n" + exited());
+}
+
+TEST_F(StartChild, whose_exec_failed_complains_after_what_velun_printed_before_it_forked) {
+  sandbox.environment["VELUND"] = "/does/not/exist";
+  RunOptions options;
+  options.one_output = true;
+  EXPECT_EQ(sandbox.velun({"restart"}, options).out,
+            "not running\n" + exec_failed_text("/does/not/exist") +
+                exited_text("/does/not/exist " + spaced(sandbox.daemon_flags())));
+}
+
+TEST_F(StartChild, that_cannot_be_forked_is_reported_and_leaves_no_pid_file) {
+  const ScriptedProgram daemon = install_daemon("forever");
+  // The leak check at the exit of a sanitizer build forks a process as well.
+  sandbox.environment["ASAN_OPTIONS"] += ":detect_leaks=0";
+  RunOptions options = without_powers();
+  options.in_child = [] {
+    const rlimit none{0, 0};
+    setrlimit(RLIMIT_NPROC, &none);
+  };
+  const Outcome run = sandbox.velun({"start"}, options);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, "fork failed\n");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(daemon.runs().size(), 0U);
+  EXPECT_TRUE(fs::is_directory(sandbox.state_dir()));
+  EXPECT_FALSE(fs::exists(sandbox.pid_file()));
+}
+
+}  // namespace
+}  // namespace velun::test

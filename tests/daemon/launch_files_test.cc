@@ -1,0 +1,135 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include "tests/support/lifecycle.h"
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+// The pid file and the state directory that `start` leaves.
+class StartFiles : public Lifecycle {
+ protected:
+  std::string newest_pid_line(const ScriptedProgram& daemon) {
+    const std::vector<RecordedRun> runs = daemon.runs();
+    return runs.empty() ? "no run" : std::to_string(runs.back().pid) + "\n";
+  }
+};
+
+TEST_F(StartFiles, pid_file_holds_the_pid_of_a_child_that_ended_early) {
+  sandbox.configure();
+  const ScriptedProgram daemon = install_daemon("exit 0");
+  EXPECT_EQ(sandbox.velun({"start"}).status, 1);
+  EXPECT_EQ(read_file(sandbox.pid_file()), newest_pid_line(daemon));
+}
+
+TEST_F(StartFiles, pid_file_is_written_even_when_the_program_cannot_be_executed) {
+  sandbox.configure();
+  sandbox.environment["VELUND"] = "/does/not/exist";
+  EXPECT_EQ(sandbox.velun({"start"}).status, 1);
+  const std::string text = read_file(sandbox.pid_file());
+  const int pid = std::atoi(text.c_str());
+  EXPECT_GT(pid, 1);
+  EXPECT_EQ(text, std::to_string(pid) + "\n");
+}
+
+TEST_F(StartFiles, pid_file_is_truncated_first) {
+  sandbox.configure();
+  sandbox.write_pid_file("123456789012345678901234567890\nand a second line\n");
+  const ScriptedProgram daemon = install_daemon("exit 0");
+  EXPECT_EQ(sandbox.velun({"start"}).status, 1);
+  EXPECT_EQ(read_file(sandbox.pid_file()), newest_pid_line(daemon));
+}
+
+TEST_F(StartFiles, pid_file_is_there_before_the_control_port_is_asked_again) {
+  sandbox.configure();
+  const ScriptedProgram daemon = install_daemon("forever");
+  std::string seen;
+  const LoopbackServer control(sandbox.control_port(), [&](const std::string&) {
+    if (daemon.runs().empty()) {
+      return answer(503, "");
+    }
+    seen = read_file(sandbox.pid_file());
+    return answer(200, "ok");
+  });
+  EXPECT_EQ(sandbox.velun({"start"}).status, 0);
+  EXPECT_EQ(seen, newest_pid_line(daemon));
+}
+
+TEST_F(StartFiles, pid_file_that_cannot_be_written_goes_unreported) {
+  sandbox.configure();
+  fs::create_directories(sandbox.pid_file() / "in the way");
+  const ScriptedProgram daemon = install_daemon("forever");
+  const LoopbackServer control = port_of_daemon(daemon);
+  const Outcome run = sandbox.velun({"start"});
+  ASSERT_EQ(daemon.runs().size(), 1U);
+  EXPECT_EQ(run.out, running_text(daemon.runs()[0].pid, "watch"));
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(names_in(sandbox.pid_file()), std::vector<std::string>{"in the way"});
+}
+
+TEST_F(StartFiles, state_directory_is_created_with_its_parents) {
+  const fs::path deep = sandbox.root() / "a/b/c";
+  sandbox.configure("state_dir: " + deep.string() + "\n");
+  const ScriptedProgram daemon = install_daemon("exit 0");
+  EXPECT_EQ(sandbox.velun({"start"}).status, 1);
+  EXPECT_EQ(names_in(deep), std::vector<std::string>{"velun-cli.pid"});
+  EXPECT_EQ(read_file(deep / "velun-cli.pid"), newest_pid_line(daemon));
+  EXPECT_FALSE(fs::exists(sandbox.state_dir()));
+}
+
+TEST_F(StartFiles, default_state_directory_is_created_with_its_parents) {
+  sandbox.configure();
+  install_daemon("exit 0");
+  EXPECT_EQ(sandbox.velun({"start"}).status, 1);
+  EXPECT_EQ(names_in(sandbox.state_dir()), std::vector<std::string>{"velun-cli.pid"});
+}
+
+TEST_F(StartFiles, existing_state_directory_keeps_what_is_in_it) {
+  sandbox.configure();
+  write_file(sandbox.state_dir() / "control.token", "secret\n");
+  install_daemon("exit 0");
+  EXPECT_EQ(sandbox.velun({"start"}).status, 1);
+  EXPECT_EQ(read_file(sandbox.state_dir() / "control.token"), "secret\n");
+}
+
+TEST_F(StartFiles, state_directory_may_be_reached_through_a_link) {
+  fs::create_directory(sandbox.root() / "real");
+  fs::create_directory_symlink(sandbox.root() / "real", sandbox.root() / "link");
+  sandbox.configure("state_dir: " + (sandbox.root() / "link").string() + "\n");
+  const ScriptedProgram daemon = install_daemon("exit 0");
+  EXPECT_EQ(sandbox.velun({"start"}).status, 1);
+  EXPECT_EQ(read_file(sandbox.root() / "real/velun-cli.pid"), newest_pid_line(daemon));
+}
+
+TEST_F(StartFiles, state_directory_that_cannot_be_created_ends_the_process_abnormally) {
+  write_file(sandbox.root() / "file", "");
+  sandbox.configure("state_dir: " + (sandbox.root() / "file/state").string() + "\n");
+  const ScriptedProgram daemon = install_daemon("forever");
+  const Outcome run = sandbox.velun({"start"});
+  EXPECT_EQ(run.signal, SIGABRT);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(daemon.runs().size(), 0U);
+}
+
+TEST_F(StartFiles, empty_state_directory_cannot_be_created_and_ends_the_process_abnormally) {
+  sandbox.configure();
+  sandbox.environment["VELUN_STATE_DIR"] = "";
+  const ScriptedProgram daemon = install_daemon("forever");
+  EXPECT_EQ(sandbox.velun({"start"}).signal, SIGABRT);
+  EXPECT_EQ(daemon.runs().size(), 0U);
+}
+
+TEST_F(StartFiles, regular_file_in_place_of_the_state_directory_ends_the_process_abnormally) {
+  write_file(sandbox.state_dir(), "not a directory");
+  sandbox.configure();
+  const ScriptedProgram daemon = install_daemon("forever");
+  EXPECT_EQ(sandbox.velun({"start"}).signal, SIGABRT);
+  EXPECT_EQ(daemon.runs().size(), 0U);
+  EXPECT_EQ(read_file(sandbox.state_dir()), "not a directory");
+}
+
+}  // namespace
+}  // namespace velun::test

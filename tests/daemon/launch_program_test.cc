@@ -1,0 +1,181 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "daemon/launch.h"
+#include "tests/support/lifecycle.h"
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+// Which program `start` executes. Every daemon here ends at once, so that a start is over after its
+// first try.
+class StartProgram : public Lifecycle {
+ protected:
+  StartProgram() { sandbox.configure(); }
+
+  static constexpr const char* at_once = "exit 3";
+
+  RunOptions with(const fs::path& tool) const {
+    RunOptions options;
+    options.program = tool;
+    return options;
+  }
+
+  // The copied tool, started under another name for itself and from another directory.
+  RunOptions called(const std::string& argument_zero, const fs::path& directory) const {
+    RunOptions options = with(copy_tool());
+    options.argument_zero = argument_zero;
+    options.directory = directory;
+    return options;
+  }
+
+  void expect_executed(const ScriptedProgram& daemon, const std::string& argument_zero,
+                       const RunOptions& options = {}) {
+    const Outcome run = sandbox.velun({"start"}, options);
+    EXPECT_EQ(run.err, exited_text(argument_zero + " " + spaced(sandbox.daemon_flags())));
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.status, 1);
+    ASSERT_EQ(daemon.runs().size(), 1U);
+    EXPECT_EQ(daemon.runs()[0].argv[0], argument_zero);
+  }
+
+  void expect_not_executable(const std::string& program, const RunOptions& options = {}) {
+    const Outcome run = sandbox.velun({"start"}, options);
+    EXPECT_EQ(run.err, exec_failed_text(program) +
+                           exited_text(program + " " + spaced(sandbox.daemon_flags())));
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.status, 1);
+  }
+};
+
+TEST_F(StartProgram, is_the_file_beside_the_tool_even_when_velund_names_another) {
+  const ScriptedProgram other = install_daemon(at_once);
+  const fs::path tool = copy_tool();
+  const ScriptedProgram beside(sandbox.root() / "bin/velund", at_once);
+  expect_executed(beside, (sandbox.root() / "bin/velund").string(), with(tool));
+  EXPECT_EQ(other.runs().size(), 0U);
+}
+
+TEST_F(StartProgram, is_a_directory_beside_the_tool_though_it_cannot_be_executed) {
+  const ScriptedProgram other = install_daemon(at_once);
+  const fs::path tool = copy_tool();
+  fs::create_directory(sandbox.root() / "bin/velund");
+  expect_not_executable((sandbox.root() / "bin/velund").string(), with(tool));
+  EXPECT_EQ(other.runs().size(), 0U);
+}
+
+TEST_F(StartProgram, is_a_file_beside_the_tool_though_it_may_not_be_executed) {
+  const ScriptedProgram other = install_daemon(at_once);
+  const fs::path tool = copy_tool();
+  write_file(sandbox.root() / "bin/velund", "plain text");
+  expect_not_executable((sandbox.root() / "bin/velund").string(), with(tool));
+  EXPECT_EQ(other.runs().size(), 0U);
+}
+
+TEST_F(StartProgram, is_a_link_beside_the_tool_under_the_name_of_the_link) {
+  const fs::path tool = copy_tool();
+  const ScriptedProgram target(sandbox.root() / "far/target", at_once);
+  fs::create_symlink(target.path(), sandbox.root() / "bin/velund");
+  expect_executed(target, (sandbox.root() / "bin/velund").string(), with(tool));
+}
+
+TEST_F(StartProgram, is_not_a_dangling_link_beside_the_tool) {
+  const ScriptedProgram named = install_daemon(at_once);
+  const fs::path tool = copy_tool();
+  fs::create_symlink(sandbox.root() / "gone", sandbox.root() / "bin/velund");
+  expect_executed(named, named.path(), with(tool));
+}
+
+TEST_F(StartProgram, stands_beside_the_tool_itself_and_not_beside_a_link_to_it) {
+  const fs::path tool = copy_tool();
+  const ScriptedProgram beside(sandbox.root() / "bin/velund", at_once);
+  const ScriptedProgram beside_the_link(sandbox.root() / "links/velund", at_once);
+  fs::create_symlink(tool, sandbox.root() / "links/velun");
+  expect_executed(beside, beside.path(), with(sandbox.root() / "links/velun"));
+  EXPECT_EQ(beside_the_link.runs().size(), 0U);
+}
+
+TEST_F(StartProgram, beside_a_link_to_the_tool_does_not_count) {
+  const ScriptedProgram named = install_daemon(at_once);
+  const ScriptedProgram beside_the_link(sandbox.root() / "links/velund", at_once);
+  fs::create_symlink(copy_tool(), sandbox.root() / "links/velun");
+  expect_executed(named, named.path(), with(sandbox.root() / "links/velun"));
+  EXPECT_EQ(beside_the_link.runs().size(), 0U);
+}
+
+TEST_F(StartProgram, beside_a_tool_called_by_a_relative_path_is_found) {
+  const ScriptedProgram beside(sandbox.root() / "bin/velund", at_once);
+  expect_executed(beside, beside.path(), called("../bin/./velun", sandbox.home()));
+}
+
+TEST_F(StartProgram, is_looked_for_in_the_working_directory_that_has_a_file_of_the_bare_name) {
+  const ScriptedProgram other = install_daemon(at_once);
+  const ScriptedProgram beside(sandbox.root() / "bin/velund", at_once);
+  const ScriptedProgram here(sandbox.root() / "here/velund", at_once);
+  write_file(sandbox.root() / "here/velun", "not the tool");
+  expect_executed(here, here.path(), called("velun", sandbox.root() / "here"));
+  EXPECT_EQ(beside.runs().size() + other.runs().size(), 0U);
+}
+
+TEST_F(StartProgram, is_not_looked_for_beside_a_tool_whose_bare_name_is_not_in_the_directory) {
+  const ScriptedProgram named = install_daemon(at_once);
+  const ScriptedProgram beside(sandbox.root() / "bin/velund", at_once);
+  const ScriptedProgram here(sandbox.root() / "here/velund", at_once);
+  expect_executed(named, named.path(), called("velun", sandbox.root() / "here"));
+  EXPECT_EQ(beside.runs().size() + here.runs().size(), 0U);
+}
+
+TEST_F(StartProgram, is_what_velund_names_when_nothing_stands_beside_the_tool) {
+  const ScriptedProgram named = install_daemon(at_once);
+  expect_executed(named, named.path());
+}
+
+TEST_F(StartProgram, named_by_a_bare_word_is_found_on_the_search_path) {
+  const ScriptedProgram daemon(sandbox.root() / "path/other-name", at_once);
+  sandbox.environment["PATH"] = sandbox.root() / "path";
+  sandbox.environment["VELUND"] = "other-name";
+  expect_executed(daemon, "other-name");
+}
+
+TEST_F(StartProgram, is_velund_on_the_search_path_when_nothing_else_is_known) {
+  const ScriptedProgram daemon(sandbox.root() / "path/velund", at_once);
+  sandbox.environment["PATH"] = "/does/not/exist:" + (sandbox.root() / "path").string();
+  expect_executed(daemon, "velund");
+}
+
+TEST_F(StartProgram, is_the_empty_word_when_velund_is_set_but_empty) {
+  const ScriptedProgram daemon(sandbox.root() / "path/velund", at_once);
+  sandbox.environment["PATH"] = sandbox.root() / "path";
+  sandbox.environment["VELUND"] = "";
+  expect_not_executable("");
+  EXPECT_EQ(daemon.runs().size(), 0U);
+}
+
+TEST_F(StartProgram, that_does_not_exist_is_named_in_both_messages) {
+  sandbox.environment["VELUND"] = "/does/not/exist";
+  expect_not_executable("/does/not/exist");
+}
+
+TEST_F(StartProgram, that_is_nowhere_on_the_search_path_is_named_in_both_messages) {
+  sandbox.environment["PATH"] = sandbox.root();
+  expect_not_executable("velund");
+}
+
+// A tool started without any argument zero has nothing to look beside.
+TEST(FindDaemonProgram, falls_back_when_the_argument_zero_is_empty) {
+  setenv("VELUND", "from the environment", 1);
+  EXPECT_EQ(find_daemon_program(""), "from the environment");
+  unsetenv("VELUND");
+  EXPECT_EQ(find_daemon_program(""), "velund");
+}
+
+TEST(FindDaemonProgram, falls_back_when_the_argument_zero_is_too_long_to_be_a_path) {
+  unsetenv("VELUND");
+  EXPECT_EQ(find_daemon_program("/" + std::string(5000, 'v')), "velund");
+}
+
+}  // namespace
+}  // namespace velun::test

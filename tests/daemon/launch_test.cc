@@ -1,0 +1,163 @@
+#include "daemon/launch.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/lifecycle.h"
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+// What `start` decides before it forks, and the files it leaves.
+using Start = Lifecycle;
+
+TEST_F(Start, records_the_child_and_reports_it_when_the_control_port_answers) {
+  sandbox.configure();
+  const ScriptedProgram daemon = install_daemon("forever");
+  const LoopbackServer control = port_of_daemon(daemon);
+  const Outcome run = sandbox.velun({"start"});
+  ASSERT_EQ(daemon.runs().size(), 1U);
+  const RecordedRun started = daemon.runs()[0];
+  EXPECT_EQ(run.out, "running (pid " + std::to_string(started.pid) +
+                         ", mode watch)\ndashboard: http://127.0.0.1:" +
+                         std::to_string(sandbox.control_port()) + "/\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(read_file(sandbox.pid_file()), std::to_string(started.pid) + "\n");
+  EXPECT_TRUE(is_running(started.pid));
+}
+
+TEST_F(Start, reports_the_configured_mode) {
+  sandbox.configure("mode: protect\n");
+  const ScriptedProgram daemon = install_daemon("forever");
+  const LoopbackServer control = port_of_daemon(daemon);
+  const Outcome run = sandbox.velun({"start"});
+  ASSERT_EQ(daemon.runs().size(), 1U);
+  EXPECT_EQ(run.out, running_text(daemon.runs()[0].pid, "protect"));
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(Start, ignores_further_words) {
+  sandbox.configure("mode: off\n");
+  const Outcome run = sandbox.velun({"start", "--now", "please", "again"});
+  EXPECT_EQ(run.out, "mode is off — nothing to start (see `velun mode`)\n");
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(Start, does_nothing_in_mode_off_and_asks_nobody) {
+  sandbox.configure("mode: off\nmodel_dir: /does/not/exist\n");
+  sandbox.write_pid_file("4711 as it was");
+  const ScriptedProgram daemon = install_daemon("forever");
+  const LoopbackServer control = answering_port();
+  const Outcome run = sandbox.velun({"start"});
+  EXPECT_EQ(run.out, "mode is off — nothing to start (see `velun mode`)\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(control.requests().size(), 0U);
+  EXPECT_EQ(daemon.runs().size(), 0U);
+  EXPECT_EQ(read_file(sandbox.pid_file()), "4711 as it was");
+}
+
+TEST_F(Start, creates_no_state_directory_in_mode_off) {
+  sandbox.configure("mode: off\n");
+  EXPECT_EQ(sandbox.velun({"start"}).status, 0);
+  EXPECT_FALSE(fs::exists(sandbox.state_dir()));
+}
+
+TEST_F(Start, leaves_a_daemon_alone_that_already_answers) {
+  sandbox.configure("model_dir: /does/not/exist\n");
+  const ScriptedProgram daemon = install_daemon("forever");
+  const LoopbackServer control = answering_port();
+  const Outcome run = sandbox.velun({"start"});
+  EXPECT_EQ(run.out,
+            "already running on control port " + std::to_string(sandbox.control_port()) + "\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(control.paths(), std::vector<std::string>{"/healthz"});
+  EXPECT_EQ(daemon.runs().size(), 0U);
+  EXPECT_FALSE(fs::exists(sandbox.state_dir()));
+}
+
+TEST_F(Start, leaves_the_pid_file_untouched_when_a_daemon_already_answers) {
+  sandbox.configure();
+  sandbox.write_pid_file("4711 as it was");
+  const LoopbackServer control = answering_port();
+  EXPECT_EQ(sandbox.velun({"start"}).status, 0);
+  EXPECT_EQ(read_file(sandbox.pid_file()), "4711 as it was");
+}
+
+// The rest is about the model directory.
+class StartModelDir : public Lifecycle {
+ protected:
+  void expect_refused(const std::string& model_dir, const RunOptions& options = {}) {
+    sandbox.configure("model_dir: " + model_dir + "\n");
+    const ScriptedProgram daemon = install_daemon("exit 3");
+    const Outcome run = sandbox.velun({"start"}, options);
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, "model_dir does not exist: " + model_dir +
+                           "\n`velun help model` explains how to get a model.\n");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(daemon.runs().size(), 0U);
+    EXPECT_FALSE(fs::exists(sandbox.state_dir()));
+  }
+
+  void expect_accepted(const fs::path& model_dir) {
+    sandbox.configure("model_dir: " + model_dir.string() + "\n");
+    const ScriptedProgram daemon = install_daemon("exit 3");
+    EXPECT_EQ(sandbox.velun({"start"}).err,
+              exited_text(spaced({daemon.path()}) + " " +
+                          spaced(sandbox.daemon_flags({}, {"--model", model_dir.string()}))));
+    EXPECT_EQ(daemon.runs().size(), 1U);
+  }
+};
+
+TEST_F(StartModelDir, that_is_missing_is_refused_before_anything_is_created) {
+  expect_refused((sandbox.root() / "no model").string());
+}
+
+TEST_F(StartModelDir, that_is_refused_leaves_the_pid_file_untouched) {
+  sandbox.write_pid_file("4711 as it was");
+  sandbox.configure("model_dir: /does/not/exist\n");
+  EXPECT_EQ(sandbox.velun({"start"}).status, 1);
+  EXPECT_EQ(read_file(sandbox.pid_file()), "4711 as it was");
+}
+
+TEST_F(StartModelDir, with_a_name_too_long_for_the_file_system_counts_as_missing) {
+  expect_refused("/" + std::string(5000, 'm'));
+}
+
+TEST_F(StartModelDir, below_a_regular_file_counts_as_missing) {
+  write_file(sandbox.root() / "file", "");
+  expect_refused((sandbox.root() / "file/model").string());
+}
+
+TEST_F(StartModelDir, that_is_a_dangling_link_counts_as_missing) {
+  fs::create_symlink(sandbox.root() / "gone", sandbox.root() / "link");
+  expect_refused((sandbox.root() / "link").string());
+}
+
+TEST_F(StartModelDir, that_may_not_be_looked_at_counts_as_missing) {
+  const fs::path closed = sandbox.root() / "closed";
+  fs::create_directories(closed / "model");
+  fs::permissions(closed, fs::perms::none);
+  expect_refused((closed / "model").string(), without_powers());
+}
+
+TEST_F(StartModelDir, that_is_a_directory_is_accepted) {
+  fs::create_directory(sandbox.root() / "model");
+  expect_accepted(sandbox.root() / "model");
+}
+
+TEST_F(StartModelDir, that_is_a_regular_file_is_accepted) {
+  write_file(sandbox.root() / "model", "");
+  expect_accepted(sandbox.root() / "model");
+}
+
+TEST_F(StartModelDir, that_is_relative_is_looked_up_from_the_working_directory) {
+  fs::create_directory(sandbox.root() / "model");
+  expect_accepted("model");
+}
+
+}  // namespace
+}  // namespace velun::test

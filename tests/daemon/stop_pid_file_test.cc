@@ -1,0 +1,231 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include "tests/support/bystander.h"
+#include "tests/support/lifecycle.h"
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+constexpr uid_t nobody = 65534;
+
+// How `stop` reads the pid file, and whom it never signals.
+class StopPidFile : public Lifecycle {
+ protected:
+  StopPidFile() {
+    sandbox.configure();
+    // The bystander leads a group of its own, which a negative pid would reach.
+    setpgid(bystander.pid(), bystander.pid());
+  }
+
+  // In a session of its own velun can hit nobody but itself when it signals its group.
+  static RunOptions apart() {
+    RunOptions options;
+    options.in_child = [] { setsid(); };
+    return options;
+  }
+
+  void expect_no_pid(const std::string& text) {
+    sandbox.write_pid_file(text);
+    const Outcome silent = sandbox.velun({"stop"}, apart());
+    EXPECT_EQ(silent.out, "not running\n");
+    EXPECT_EQ(silent.err, "");
+    EXPECT_EQ(silent.status, 0);
+    EXPECT_FALSE(fs::exists(sandbox.pid_file()));
+    expect_no_pid_while_a_daemon_answers(text);
+  }
+
+  void expect_no_pid_while_a_daemon_answers(const std::string& text) {
+    sandbox.write_pid_file(text);
+    const LoopbackServer control = answering_port();
+    const Outcome answered = sandbox.velun({"stop"}, apart());
+    EXPECT_EQ(answered.out, "");
+    EXPECT_EQ(answered.err, foreign_text());
+    EXPECT_EQ(answered.status, 1);
+    EXPECT_EQ(read_file(sandbox.pid_file()), text);
+    EXPECT_TRUE(bystander.alive());
+  }
+
+  void expect_pid_of_bystander(const std::string& text) {
+    sandbox.write_pid_file(text);
+    const Outcome run = sandbox.velun({"stop"}, apart());
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, silent_text(bystander.pid()));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(read_file(sandbox.pid_file()), text);
+    EXPECT_TRUE(bystander.alive());
+  }
+
+  Bystander bystander;
+};
+
+TEST_F(StopPidFile, that_is_empty_records_no_pid) {
+  expect_no_pid("");
+}
+
+TEST_F(StopPidFile, of_white_space_only_records_no_pid) {
+  expect_no_pid(" \t\r\n\n");
+}
+
+TEST_F(StopPidFile, with_zero_records_no_pid) {
+  expect_no_pid("0");
+  expect_no_pid("0000\n");
+  expect_no_pid("-0\n");
+}
+
+TEST_F(StopPidFile, with_a_negative_number_records_no_pid) {
+  expect_no_pid("-5");
+  expect_no_pid("-" + bystander.pid_text() + "\n");
+}
+
+TEST_F(StopPidFile, with_letters_records_no_pid) {
+  expect_no_pid("abc");
+  expect_no_pid("x" + bystander.pid_text() + "\n");
+  expect_no_pid("0x" + bystander.pid_text() + "\n");
+}
+
+TEST_F(StopPidFile, with_2_to_the_31_records_no_pid) {
+  expect_no_pid("2147483648\n");
+}
+
+TEST_F(StopPidFile, with_a_live_pid_beyond_32_bits_records_no_pid) {
+  expect_no_pid(std::to_string((1LL << 32) + bystander.pid()) + "\n");
+}
+
+TEST_F(StopPidFile, with_thirty_digits_records_no_pid) {
+  expect_no_pid("123456789012345678901234567890\n");
+  expect_no_pid("-123456789012345678901234567890\n");
+}
+
+TEST_F(StopPidFile, with_the_largest_number_records_a_process_that_does_not_exist) {
+  expect_no_pid("2147483647\n");
+}
+
+TEST_F(StopPidFile, is_read_up_to_the_first_character_that_is_no_digit) {
+  expect_pid_of_bystander(" " + bystander.pid_text() + "x");
+  expect_pid_of_bystander("\t\r\n  " + bystander.pid_text() + " 1\n2");
+  expect_pid_of_bystander(bystander.pid_text() + ".9");
+  expect_pid_of_bystander(bystander.pid_text() + ",000");
+}
+
+TEST_F(StopPidFile, may_lack_its_newline_and_have_leading_zeros) {
+  expect_pid_of_bystander("000" + bystander.pid_text());
+}
+
+TEST_F(StopPidFile, with_text_behind_the_number_still_stops_that_daemon) {
+  const ScriptedProgram daemon(sandbox.root() / "daemon", "forever");
+  const pid_t pid = launch_by_hand(daemon);
+  sandbox.write_pid_file(" " + std::to_string(pid) + "x");
+  const LoopbackServer control = answering_port();
+  const Outcome run = sandbox.velun({"stop"}, apart());
+  EXPECT_EQ(run.out, "stopped\n");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_FALSE(is_running(pid));
+  EXPECT_FALSE(fs::exists(sandbox.pid_file()));
+  EXPECT_TRUE(bystander.alive());
+}
+
+TEST_F(StopPidFile, that_is_a_directory_records_no_pid) {
+  fs::create_directories(sandbox.pid_file() / "full");
+  const Outcome silent = sandbox.velun({"stop"}, apart());
+  EXPECT_EQ(silent.out, "not running\n");
+  EXPECT_EQ(silent.err, "");
+  EXPECT_EQ(silent.status, 0);
+  EXPECT_EQ(names_in(sandbox.pid_file()), std::vector<std::string>{"full"});
+}
+
+TEST_F(StopPidFile, that_is_a_directory_is_kept_while_a_daemon_answers) {
+  fs::create_directories(sandbox.pid_file());
+  const LoopbackServer control = answering_port();
+  const Outcome run = sandbox.velun({"stop"}, apart());
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, foreign_text());
+  EXPECT_EQ(run.status, 1);
+  EXPECT_TRUE(fs::is_directory(sandbox.pid_file()));
+}
+
+TEST_F(StopPidFile, is_the_one_in_the_configured_state_directory) {
+  const fs::path elsewhere = sandbox.root() / "elsewhere";
+  sandbox.configure("state_dir: " + elsewhere.string() + "\n");
+  sandbox.write_pid_file(bystander.pid());
+  write_file(elsewhere / "velun-cli.pid", "stale");
+  const Outcome run = sandbox.velun({"stop"}, apart());
+  EXPECT_EQ(run.out, "not running\n");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_FALSE(fs::exists(elsewhere / "velun-cli.pid"));
+  EXPECT_EQ(read_file(sandbox.pid_file()), bystander.pid_text() + "\n");
+}
+
+// Without root's powers: whom velun may not signal and what it may not read or remove.
+class StopWithoutPowers : public Lifecycle {
+ protected:
+  StopWithoutPowers() { sandbox.configure(); }
+
+  // Alive, but owned by another user than the one velun runs as; 0 when there is none.
+  pid_t untouchable() const { return geteuid() == 0 ? bystander.pid() : kill(1, 0) == 0 ? 0 : 1; }
+
+  Bystander bystander;
+};
+
+TEST_F(StopWithoutPowers, a_process_of_another_user_counts_as_gone) {
+  if (untouchable() == 0) {
+    GTEST_SKIP() << "every process may be signalled here";
+  }
+  sandbox.write_pid_file(untouchable());
+  const Outcome run = sandbox.velun({"stop"}, without_powers());
+  EXPECT_EQ(run.out, "not running\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_FALSE(fs::exists(sandbox.pid_file()));
+  EXPECT_TRUE(bystander.alive());
+}
+
+TEST_F(StopWithoutPowers, a_process_of_another_user_is_not_the_daemon_that_answers) {
+  if (untouchable() == 0) {
+    GTEST_SKIP() << "every process may be signalled here";
+  }
+  sandbox.write_pid_file(untouchable());
+  const LoopbackServer control = answering_port();
+  const Outcome run = sandbox.velun({"stop"}, without_powers());
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, foreign_text());
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(read_file(sandbox.pid_file()), std::to_string(untouchable()) + "\n");
+  EXPECT_TRUE(bystander.alive());
+}
+
+TEST_F(StopWithoutPowers, an_unreadable_pid_file_records_no_pid) {
+  Launch launch;
+  launch.program = "/bin/sleep";
+  launch.argv = {"sleep", "60"};
+  launch.in_child = [] {
+    if (geteuid() == 0 && (setgid(nobody) != 0 || setuid(nobody) != 0)) {
+      _exit(126);
+    }
+  };
+  const pid_t signalable = spawn(launch);
+  sandbox.write_pid_file(signalable);
+  fs::permissions(sandbox.pid_file(), fs::perms::none);
+  const Outcome run = sandbox.velun({"stop"}, without_powers());
+  EXPECT_EQ(run.out, "not running\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_FALSE(fs::exists(sandbox.pid_file()));
+  EXPECT_TRUE(is_running(signalable));
+}
+
+TEST_F(StopWithoutPowers, a_pid_file_that_cannot_be_removed_goes_unreported) {
+  sandbox.write_pid_file("stale");
+  fs::permissions(sandbox.state_dir(), fs::perms::owner_read | fs::perms::owner_exec);
+  const Outcome run = sandbox.velun({"stop"}, without_powers());
+  EXPECT_EQ(run.out, "not running\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(read_file(sandbox.pid_file()), "stale");
+}
+
+}  // namespace
+}  // namespace velun::test

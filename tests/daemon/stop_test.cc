@@ -1,0 +1,207 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include "tests/support/bystander.h"
+#include "tests/support/lifecycle.h"
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+using std::chrono::milliseconds;
+
+// What `stop` does for each meeting of pid file, process and control port.
+class Stop : public Lifecycle {
+ protected:
+  Stop() { sandbox.configure(); }
+
+  void expect_stop_says(const std::string& out, const std::string& err, int status) {
+    const Outcome run = sandbox.velun({"stop"});
+    EXPECT_EQ(run.out, out);
+    EXPECT_EQ(run.err, err);
+    EXPECT_EQ(run.status, status);
+  }
+
+  bool pid_file_exists() const { return fs::exists(sandbox.pid_file()); }
+};
+
+TEST_F(Stop, ends_a_recorded_daemon_that_answers_with_sigterm) {
+  const ScriptedProgram daemon(sandbox.root() / "daemon", "forever");
+  const pid_t pid = launch_recorded(daemon);
+  const LoopbackServer control = answering_port();
+  const Outcome run = sandbox.velun({"stop"});
+  EXPECT_EQ(run.out, "stopped\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_GE(run.took, milliseconds(100));
+  EXPECT_FALSE(pid_file_exists());
+  const int status = wait_for(pid, std::chrono::seconds(10));
+  ASSERT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(WTERMSIG(status), SIGTERM);
+}
+
+// Nothing ties the answer to the process, and nothing tries to.
+TEST_F(Stop, ends_a_recorded_live_process_whoever_it_is_that_answers) {
+  const Bystander recorded;
+  sandbox.write_pid_file(recorded.pid());
+  const LoopbackServer control = answering_port();
+  expect_stop_says("stopped\n", "", 0);
+  EXPECT_FALSE(recorded.alive());
+}
+
+TEST_F(Stop, succeeds_also_when_it_cannot_print) {
+  const ScriptedProgram daemon(sandbox.root() / "daemon", "forever");
+  const pid_t pid = launch_recorded(daemon);
+  const LoopbackServer control = answering_port();
+  const Outcome run = sandbox.velun({"stop"}, with_full_output());
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_FALSE(is_running(pid));
+  EXPECT_FALSE(pid_file_exists());
+}
+
+TEST_F(Stop, asks_for_health_once_and_without_the_token) {
+  const ScriptedProgram daemon(sandbox.root() / "daemon", "forever");
+  launch_recorded(daemon);
+  write_file(sandbox.state_dir() / "control.token", "secret\n");
+  const LoopbackServer control = answering_port();
+  EXPECT_EQ(sandbox.velun({"stop"}).status, 0);
+  EXPECT_EQ(control.requests(),
+            std::vector<std::string>{"GET /healthz HTTP/1.1\r\nHost: 127.0.0.1:" + port_text() +
+                                     "\r\n\r\n"});
+}
+
+TEST_F(Stop, asks_before_it_sends_the_signal) {
+  const ScriptedProgram daemon(sandbox.root() / "daemon", "log-term\nforever");
+  const pid_t pid = launch_recorded(daemon);
+  std::size_t terms_when_asked = 99;
+  const LoopbackServer control(sandbox.control_port(), [&](const std::string&) {
+    terms_when_asked = daemon.terms();
+    return answer(500, "");
+  });
+  expect_stop_says("", silent_text(pid), 1);
+  EXPECT_EQ(terms_when_asked, 0U);
+  EXPECT_EQ(daemon.terms(), 0U);
+}
+
+TEST_F(Stop, waits_for_a_daemon_that_ends_late) {
+  const ScriptedProgram daemon(sandbox.root() / "daemon", "late-term 1500\nforever");
+  const pid_t pid = launch_recorded(daemon);
+  const LoopbackServer control = answering_port();
+  const Outcome run = sandbox.velun({"stop"});
+  EXPECT_EQ(run.out, "stopped\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_GE(run.took, milliseconds(1500));
+  EXPECT_FALSE(pid_file_exists());
+  EXPECT_FALSE(is_running(pid));
+}
+
+TEST_F(Stop, sends_one_sigterm_and_nothing_else_to_a_daemon_that_ignores_it) {
+  const ScriptedProgram daemon(sandbox.root() / "daemon", "log-term\nforever");
+  const pid_t pid = launch_recorded(daemon);
+  const LoopbackServer control = answering_port();
+  const Outcome run = sandbox.velun({"stop"});
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err,
+            "still running after 5 s — `kill -9 " + std::to_string(pid) + "` if you mean it\n");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_GE(run.took, milliseconds(5000));
+  EXPECT_LT(run.took, milliseconds(15000));
+  EXPECT_EQ(daemon.terms(), 1U);
+  EXPECT_TRUE(is_running(pid));
+  EXPECT_EQ(read_file(sandbox.pid_file()), std::to_string(pid) + "\n");
+}
+
+TEST_F(Stop, leaves_a_live_process_alone_when_no_daemon_answers) {
+  const Bystander bystander;
+  sandbox.write_pid_file(bystander.pid());
+  const std::string number = bystander.pid_text();
+  expect_stop_says("",
+                   "the recorded pid " + number + " is alive but no daemon answers on port " +
+                       port_text() + " — not killing it; if it is a stuck daemon, `kill " + number +
+                       "`\n",
+                   1);
+  EXPECT_TRUE(bystander.alive());
+  EXPECT_EQ(read_file(sandbox.pid_file()), number + "\n");
+}
+
+TEST_F(Stop, sends_nothing_to_a_recorded_daemon_that_does_not_answer) {
+  const ScriptedProgram daemon(sandbox.root() / "daemon", "log-term\nforever");
+  const pid_t pid = launch_recorded(daemon);
+  expect_stop_says("", silent_text(pid), 1);
+  EXPECT_EQ(daemon.terms(), 0U);
+  EXPECT_TRUE(is_running(pid));
+}
+
+TEST_F(Stop, takes_a_port_that_accepts_and_stays_mute_for_a_silent_one) {
+  const Bystander bystander;
+  sandbox.write_pid_file(bystander.pid());
+  const LoopbackServer control(sandbox.control_port(), [](const std::string&) {
+    return Reply{"", Ending::hang};
+  });
+  expect_stop_says("", silent_text(bystander.pid()), 1);
+  EXPECT_TRUE(bystander.alive());
+}
+
+TEST_F(Stop, removes_the_record_of_a_dead_process_when_nothing_answers) {
+  sandbox.write_pid_file(pid_of_a_dead_process());
+  expect_stop_says("not running\n", "", 0);
+  EXPECT_FALSE(pid_file_exists());
+}
+
+TEST_F(Stop, keeps_the_record_of_a_dead_process_when_a_daemon_answers) {
+  const std::string text = std::to_string(pid_of_a_dead_process()) + "\n";
+  sandbox.write_pid_file(text);
+  const LoopbackServer control = answering_port();
+  expect_stop_says("",
+                   "a daemon answers on port " + port_text() +
+                       " but this CLI did not start it — not touching it\n",
+                   1);
+  EXPECT_EQ(read_file(sandbox.pid_file()), text);
+}
+
+TEST_F(Stop, leaves_a_daemon_alone_that_was_started_by_hand) {
+  const ScriptedProgram daemon(sandbox.root() / "daemon", "log-term\nforever");
+  const pid_t pid = launch_by_hand(daemon);
+  const LoopbackServer control = answering_port();
+  expect_stop_says("", foreign_text(), 1);
+  EXPECT_EQ(daemon.terms(), 0U);
+  EXPECT_TRUE(is_running(pid));
+  EXPECT_FALSE(fs::exists(sandbox.state_dir()));
+}
+
+TEST_F(Stop, says_not_running_without_a_pid_file_and_creates_nothing) {
+  expect_stop_says("not running\n", "", 0);
+  EXPECT_FALSE(fs::exists(sandbox.state_dir()));
+}
+
+TEST_F(Stop, works_in_mode_off_like_in_any_other) {
+  sandbox.configure("mode: off\n");
+  const ScriptedProgram daemon(sandbox.root() / "daemon", "forever");
+  const pid_t pid = launch_recorded(daemon);
+  const LoopbackServer control = answering_port();
+  expect_stop_says("stopped\n", "", 0);
+  EXPECT_FALSE(is_running(pid));
+}
+
+TEST_F(Stop, ignores_further_words) {
+  const Outcome run = sandbox.velun({"stop", "--force", "now"});
+  EXPECT_EQ(run.out, "not running\n");
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(Stop, ends_what_start_started) {
+  const ScriptedProgram daemon = install_daemon("forever");
+  const LoopbackServer control = port_of_daemon(daemon);
+  EXPECT_EQ(sandbox.velun({"start"}).status, 0);
+  ASSERT_EQ(daemon.runs().size(), 1U);
+  expect_stop_says("stopped\n", "", 0);
+  EXPECT_FALSE(is_running(daemon.runs()[0].pid));
+  EXPECT_FALSE(pid_file_exists());
+}
+
+}  // namespace
+}  // namespace velun::test
