@@ -1,0 +1,89 @@
+// What the reader and the validator make of a text, put into one text again, so that a test
+// compares everything at once and a failing one shows a diff.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "config/reader.h"
+#include "config/validator.h"
+
+namespace velun::test {
+
+inline std::string joined(const std::vector<std::string>& texts, const std::string& separator) {
+  std::string result;
+  for (const std::string& text : texts) {
+    result += (&text == &texts.front() ? "" : separator) + text;
+  }
+  return result;
+}
+
+/// Every entry as "LINE KEY = <SCALAR>\n" or "LINE KEY = [<ITEM><ITEM>]\n" in the order of the
+/// keys, then every problem as "! PROBLEM\n".
+inline std::string reading_of(std::string_view text) {
+  Problems problems;
+  std::string result;
+  for (const auto& [key, entry] : parse_config_text(text, problems)) {
+    result += std::to_string(entry.line) + " " + key + " = ";
+    result += entry.is_list ? "[" : "<" + entry.scalar + ">";
+    for (const std::string& item : entry.items) {
+      result += "<" + item + ">";
+    }
+    result += entry.is_list ? "]\n" : "\n";
+  }
+  for (const std::string& problem : problems) {
+    result += "! " + problem + "\n";
+  }
+  return result;
+}
+
+/// One row of a table of texts and what they become.
+struct TextCase {
+  std::string_view text;
+  std::string_view expected;
+};
+
+inline void expect_readings(const std::vector<TextCase>& rows) {
+  for (const TextCase& row : rows) {
+    EXPECT_EQ(reading_of(row.text), row.expected) << "for the text:\n" << row.text;
+  }
+}
+
+/// All ten fields, each as "FIELD=VALUE\n".
+inline std::string fields_of(const Config& config) {
+  return "mode=" + config.mode + "\nmodel_dir=" + config.model_dir +
+         "\nendpoint_url=" + config.endpoint_url +
+         "\nanthropic_port=" + std::to_string(config.anthropic_port) +
+         "\nopenai_port=" + std::to_string(config.openai_port) +
+         "\ncontrol_port=" + std::to_string(config.control_port) +
+         "\nstate_dir=" + config.state_dir + "\nnames=" + (config.names ? "true" : "false") +
+         "\nintercept_apps=" + joined(config.intercept_apps, "|") +
+         "\nintercept_port=" + std::to_string(config.intercept_port) + "\n";
+}
+
+/// A record and the problems, each with "\n" behind it, that came with it.
+struct Judged {
+  Config config;
+  std::string problems;
+};
+
+inline Judged judge(std::string_view text) {
+  Problems problems;
+  Judged result;
+  result.config = validate_config(parse_config_text(text, problems), problems);
+  for (const std::string& problem : problems) {
+    result.problems += problem + "\n";
+  }
+  return result;
+}
+
+inline void expect_problems(const std::vector<TextCase>& rows) {
+  for (const TextCase& row : rows) {
+    EXPECT_EQ(judge(row.text).problems, row.expected) << "for the text:\n" << row.text;
+  }
+}
+
+}  // namespace velun::test

@@ -1,0 +1,63 @@
+// What the tests of `velun setup` share: its texts, and a run of it that is given its answers.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/sandbox.h"
+
+namespace velun::test {
+
+inline const std::string greeting = "Velun CLI setup — Enter keeps the value in brackets.\n\n";
+
+inline const std::string protect_warning =
+    "\nProtect without a model falls back to the pattern floor — much\n"
+    "weaker. `velun help model` explains how to get one.\n\n";
+
+inline const std::string next_step =
+    "next: `velun start`, then `velun help ports` to route your tools.\n";
+
+inline std::string mode_question(const std::string& offer) {
+  return "Mode (off / watch / protect) [" + offer + "]: ";
+}
+
+inline std::string detection_question(const std::string& offer) {
+  return "Detection: path to a model bundle, a self-hosted engine URL, or `none` [" + offer + "]: ";
+}
+
+inline std::string refusal(const std::string& answer) {
+  return "  `" + answer + "` is not a mode. `velun help modes` explains them.\n";
+}
+
+/// The file that setup writes when nothing but the mode and one detection line was chosen.
+inline std::string written(const std::string& mode, const std::string& detection_line = "") {
+  return "# Velun CLI configuration. `velun help config` documents every key.\nmode: " + mode +
+         "\n" + detection_line +
+         "anthropic_port: 8900\nopenai_port: 8901\ncontrol_port: 8902\nnames: true\n";
+}
+
+class SetupDialogue : public ::testing::Test {
+ protected:
+  Sandbox sandbox;
+
+  /// Runs the dialogue with `input` as standard input.
+  Outcome given(const std::string& input) {
+    RunOptions options;
+    options.input = input;
+    return sandbox.velun({"setup"}, options);
+  }
+
+  std::string wrote() const { return "wrote " + sandbox.config_file().string() + "\n"; }
+
+  /// Everything on standard output when both questions are asked once.
+  std::string transcript(const std::string& mode_offer, const std::string& detection_offer) const {
+    return greeting + mode_question(mode_offer) + detection_question(detection_offer) + wrote() +
+           next_step;
+  }
+
+  void give_file(const std::string& content) const { write_file(sandbox.config_file(), content); }
+  std::string file() const { return read_file(sandbox.config_file()); }
+};
+
+}  // namespace velun::test

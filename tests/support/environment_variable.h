@@ -1,0 +1,54 @@
+// Variables of the test's own environment, for the functions that a test calls directly.
+#pragma once
+
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace velun::test {
+
+/// Sets a variable, or removes it when `value` is null, and puts the old state back in the end.
+class EnvironmentVariable {
+ public:
+  EnvironmentVariable(std::string name, const char* value) : name_(std::move(name)) {
+    if (const char* old = std::getenv(name_.c_str())) {
+      old_ = old;
+    }
+    change(value);
+  }
+  ~EnvironmentVariable() { change(old_ ? old_->c_str() : nullptr); }
+  EnvironmentVariable(const EnvironmentVariable&) = delete;
+  EnvironmentVariable& operator=(const EnvironmentVariable&) = delete;
+
+ private:
+  void change(const char* value) const {
+    if (value == nullptr) {
+      unsetenv(name_.c_str());
+    } else {
+      setenv(name_.c_str(), value, 1);
+    }
+  }
+
+  std::string name_;
+  std::optional<std::string> old_;
+};
+
+/// Starts with every variable removed that says where velun's files are, and puts the environment
+/// back in the end.
+class ScopedEnvironment {
+ public:
+  /// Only for the variables below; no other would be put back.
+  void set(const std::string& name, const std::string& value) const {
+    setenv(name.c_str(), value.c_str(), 1);
+  }
+
+ private:
+  EnvironmentVariable config_file_{"VELUN_CLI_CONFIG", nullptr};
+  EnvironmentVariable config_home_{"XDG_CONFIG_HOME", nullptr};
+  EnvironmentVariable state_dir_{"VELUN_STATE_DIR", nullptr};
+  EnvironmentVariable data_home_{"XDG_DATA_HOME", nullptr};
+  EnvironmentVariable home_{"HOME", nullptr};
+};
+
+}  // namespace velun::test

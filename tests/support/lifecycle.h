@@ -1,0 +1,133 @@
+// What the tests of start, stop, restart and mode share: a daemon whose steps a test chooses, a
+// control port that answers at chosen moments, and the lines velun says about both.
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/support/children.h"
+#include "tests/support/loopback_server.h"
+#include "tests/support/sandbox.h"
+#include "tests/support/scripted_program.h"
+
+namespace velun::test {
+
+/// The words with one blank between, as velun shows a command line.
+inline std::string spaced(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) {
+    text += word + " ";
+  }
+  text.pop_back();
+  return text;
+}
+
+/// True while the newest run of the program exists. For handlers of a server: it reaps nothing.
+inline bool newest_run_exists(const ScriptedProgram& program) {
+  const std::vector<RecordedRun> runs = program.runs();
+  return !runs.empty() && kill(runs.back().pid, 0) == 0;
+}
+
+class Lifecycle : public ::testing::Test {
+ protected:
+  Sandbox sandbox;
+
+  /// The daemon program of this test, named by `VELUND`.
+  ScriptedProgram install_daemon(const std::string& steps) {
+    ScriptedProgram daemon(sandbox.root() / "programs/daemon", steps);
+    sandbox.environment["VELUND"] = daemon.path();
+    return daemon;
+  }
+
+  /// A copy of the tool at sandbox/bin/velun, where a neighbour can be put.
+  std::filesystem::path copy_tool() const {
+    const std::filesystem::path copy = sandbox.root() / "bin/velun";
+    std::filesystem::create_directories(copy.parent_path());
+    std::filesystem::copy_file(VELUN_BINARY, copy,
+                               std::filesystem::copy_options::overwrite_existing);
+    return copy;
+  }
+
+  /// How to run without root's powers.
+  static RunOptions without_powers() {
+    RunOptions options;
+    options.as_nobody = true;
+    return options;
+  }
+
+  /// How to run with a standard output that takes nothing.
+  static RunOptions with_full_output() {
+    RunOptions options;
+    options.in_child = [] { dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); };
+    return options;
+  }
+
+  /// Starts the program without velun and returns once it runs and its signal handling is in place.
+  pid_t launch_by_hand(const ScriptedProgram& program) const {
+    const std::size_t before = program.runs().size();
+    Launch launch;
+    launch.program = program.path();
+    launch.argv = {program.path()};
+    const pid_t pid = spawn(launch);
+    EXPECT_TRUE(eventually([&] { return program.runs().size() > before; }));
+    return pid;
+  }
+
+  /// The same, and its pid recorded as if velun had started it.
+  pid_t launch_recorded(const ScriptedProgram& program) const {
+    const pid_t pid = launch_by_hand(program);
+    sandbox.write_pid_file(pid);
+    return pid;
+  }
+
+  /// A control port that always answers.
+  LoopbackServer answering_port() const {
+    return LoopbackServer(sandbox.control_port(),
+                          [](const std::string&) { return answer(200, "ok"); });
+  }
+
+  /// A control port that answers while the newest run of `daemon` exists.
+  LoopbackServer port_of_daemon(const ScriptedProgram& daemon) const {
+    return LoopbackServer(sandbox.control_port(), [&daemon](const std::string&) {
+      return newest_run_exists(daemon) ? answer(200, "ok") : answer(503, "");
+    });
+  }
+
+  std::string port_text() const { return std::to_string(sandbox.control_port()); }
+
+  std::string running_text(pid_t pid, const std::string& mode) const {
+    return "running (pid " + std::to_string(pid) + ", mode " + mode +
+           ")\ndashboard: http://127.0.0.1:" + port_text() + "/\n";
+  }
+
+  static std::string exited_text(const std::string& command_line) {
+    return "velund exited during startup — run it by hand to see why:\n  " + command_line + "\n";
+  }
+
+  static std::string exec_failed_text(const std::string& program) {
+    return "could not start " + program + ": exec failed\n";
+  }
+
+  std::string foreign_text() const {
+    return "a daemon answers on port " + port_text() +
+           " but this CLI did not start it — not touching it\n";
+  }
+
+  std::string silent_text(pid_t pid) const {
+    const std::string number = std::to_string(pid);
+    return "the recorded pid " + number + " is alive but no daemon answers on port " + port_text() +
+           " — not killing it; if it is a stuck daemon, `kill " + number + "`\n";
+  }
+
+  static std::string still_running_text(pid_t pid) {
+    return "still running after 5 s — `kill -9 " + std::to_string(pid) + "` if you mean it\n";
+  }
+};
+
+}  // namespace velun::test

@@ -1,0 +1,70 @@
+// A programmable HTTP server on 127.0.0.1 that records every request byte for byte and answers with
+// whatever bytes a test chooses, well-formed or not, and at whatever pace.
+#pragma once
+
+#include <openssl/types.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace velun::test {
+
+/// What happens to the connection after the bytes of a reply are out.
+enum class Ending { close, hang, reset };
+
+/// One answer as it goes over the wire. A pause above zero comes before every single byte.
+struct Reply {
+  std::string bytes;
+  Ending ending = Ending::close;
+  std::chrono::milliseconds pause{0};
+};
+
+/// A well-formed answer: status line, Content-Length, the extra header lines ("Name: value\r\n"
+/// each) and the body.
+Reply answer(int status, const std::string& body, const std::string& headers = "");
+
+/// The path of a recorded request.
+std::string path_of(const std::string& request);
+
+class LoopbackServer {
+ public:
+  using Handler = std::function<Reply(const std::string& request)>;
+
+  /// Listens on `port` (0: a free one) and answers every request through `handler`, one thread per
+  /// connection. A certificate (PEM file with its key) makes it a TLS server.
+  explicit LoopbackServer(int port, Handler handler, const std::string& certificate = "");
+  ~LoopbackServer();
+  LoopbackServer(const LoopbackServer&) = delete;
+  LoopbackServer& operator=(const LoopbackServer&) = delete;
+
+  int port() const { return port_; }
+  /// Every request received so far, whole, in the order in which they were complete.
+  std::vector<std::string> requests() const;
+  /// The paths of those requests.
+  std::vector<std::string> paths() const;
+
+ private:
+  struct Connection;
+
+  void accept_loop();
+  void serve(int socket);
+  std::string receive(Connection& connection) const;
+  bool send(Connection& connection, const Reply& reply) const;
+
+  Handler handler_;
+  int socket_;
+  int port_;
+  SSL_CTX* tls_ = nullptr;
+  std::atomic<bool> stopping_ = false;
+  mutable std::mutex mutex_;
+  std::vector<std::string> requests_;
+  std::vector<std::thread> connections_;
+  std::thread acceptor_;
+};
+
+}  // namespace velun::test

@@ -1,0 +1,37 @@
+// A daemon as far as the commands that show its reports can see it: healthy, with one answer for
+// every other path.
+#pragma once
+
+#include <string>
+
+#include "tests/support/loopback_server.h"
+
+namespace velun::test {
+
+/// A handler that answers /healthz with "ok" and every other path with `report`.
+inline LoopbackServer::Handler healthy_with(const Reply& report) {
+  return [report](const std::string& request) {
+    return path_of(request) == "/healthz" ? answer(200, "ok") : report;
+  };
+}
+
+/// The same for a well-formed answer with status 200.
+inline LoopbackServer::Handler healthy_with(const std::string& body) {
+  return healthy_with(answer(200, body));
+}
+
+/// `levels` arrays, one inside the other, as JSON text.
+inline std::string nested_arrays(std::size_t levels) {
+  return std::string(levels, '[') + std::string(levels, ']');
+}
+
+/// `levels` objects, one inside the other, around an empty array.
+inline std::string nested_objects(std::size_t levels) {
+  std::string text;
+  for (std::size_t level = 0; level < levels; ++level) {
+    text += R"({"a":)";
+  }
+  return text + "[]" + std::string(levels, '}');
+}
+
+}  // namespace velun::test

@@ -1,0 +1,37 @@
+// A program whose every step a test decides, for what the real daemon or the real curl cannot be
+// made to do. It is copied to wherever velun will find it; the steps stand beside it in a file.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace velun::test {
+
+/// How one run of a scripted program was started.
+struct RecordedRun {
+  std::vector<std::string> argv;  ///< argument zero included
+  pid_t pid = 0;
+  pid_t session = 0;
+};
+
+class ScriptedProgram {
+ public:
+  /// Installs a copy at `path` that does one step per line of `steps`, in order:
+  /// "exit N", "kill N" (signals itself), "sleep MS", "forever", "print TEXT", "complain TEXT"
+  /// (standard error), "output TEXT" (into the file named behind -o), "fail-on TEXT" (status 22
+  /// when the last argument holds the text). Before all others may stand one of "ignore-term",
+  /// "log-term" (counts every SIGTERM) and "late-term MS" (ends that long after SIGTERM).
+  ScriptedProgram(std::filesystem::path path, const std::string& steps);
+
+  std::string path() const { return path_.string(); }
+  /// Every run so far, in order.
+  std::vector<RecordedRun> runs() const;
+  /// The number of SIGTERMs that "log-term" has seen.
+  std::size_t terms() const;
+
+ private:
+  std::filesystem::path path_;
+};
+
+}  // namespace velun::test
