@@ -1,0 +1,42 @@
+// The entry point: puts the process into a known state and turns the command line into an
+// invocation.
+
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <iostream>
+
+#include "cli/commands.h"
+
+namespace {
+
+// A closed standard stream would be handed out again to the next file or socket, and messages would
+// land in it. The lowest free descriptor is always the one that is opened, so the loop ends.
+void open_standard_streams() {
+  int descriptor = 0;
+  do {
+    descriptor = open("/dev/null", O_RDWR);
+  } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+  if (descriptor >= 0) {
+    close(descriptor);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  open_standard_streams();
+  // A parent that ignores SIGCHLD would have the kernel reap our children before we can ask.
+  signal(SIGCHLD, SIG_DFL);
+
+  // What is printed goes out at once: before a child adds its own words, and before an exception
+  // that nothing catches ends the process.
+  std::cout << std::unitbuf;
+
+  velun::Invocation invocation;
+  invocation.argument_zero = argc > 0 ? argv[0] : "";
+  invocation.command = argc > 1 ? argv[1] : "help";
+  invocation.argument = argc > 2 ? argv[2] : "";
+  return velun::run_command(invocation);
+}

@@ -1,0 +1,32 @@
+#include "cli/mode.h"
+
+#include <iostream>
+
+#include "config/exit_status.h"
+#include "config/writer.h"
+#include "daemon/control_client.h"
+#include "daemon/launch.h"
+#include "daemon/stop.h"
+
+namespace velun {
+
+int restart_daemon(const Config& config, const std::string& argument_zero) {
+  const int stopped = stop_daemon(config);
+  return stopped == status_success ? start_daemon(config, argument_zero) : stopped;
+}
+
+int change_mode(Config config, const std::string& word, const std::string& argument_zero) {
+  if (!is_mode(word)) {
+    std::cerr << "usage: velun mode off|watch|protect\n";
+    return status_usage;
+  }
+  config.mode = word;
+  save_config(config);
+  const bool running = daemon_healthy(config.control_port);
+  if (word == "off") {
+    return running ? stop_daemon(config) : status_success;
+  }
+  return running ? restart_daemon(config, argument_zero) : start_daemon(config, argument_zero);
+}
+
+}  // namespace velun

@@ -1,0 +1,66 @@
+#include "cli/setup.h"
+
+#include <iostream>
+
+#include "config/config.h"
+#include "config/exit_status.h"
+#include "config/load_config.h"
+#include "config/writer.h"
+
+namespace velun {
+namespace {
+
+// The current mode stays the offer after a refused answer. The end of input takes the offer, which
+// is always a mode, so that the loop ends.
+std::string ask_mode(const std::string& current) {
+  for (;;) {
+    const std::string answer = prompt_value("Mode (off / watch / protect)", current);
+    if (is_mode(answer)) {
+      return answer;
+    }
+    std::cout << "  `" + answer + "` is not a mode. `velun help modes` explains them.\n";
+  }
+}
+
+void ask_detection(Config& config) {
+  const std::string current = !config.model_dir.empty()      ? config.model_dir
+                              : !config.endpoint_url.empty() ? config.endpoint_url
+                                                             : "none";
+  const std::string answer = prompt_value(
+      "Detection: path to a model bundle, a self-hosted engine URL, or `none`", current);
+  config.model_dir.clear();
+  config.endpoint_url.clear();
+  // Values are judged when the file is next loaded, here only told apart.
+  if (answer.starts_with("http")) {
+    config.endpoint_url = answer;
+  } else if (answer != "none") {
+    config.model_dir = answer;
+  }
+}
+
+}  // namespace
+
+std::string prompt_value(const std::string& label, const std::string& fallback) {
+  std::cout << label + (fallback.empty() ? "" : " [" + fallback + "]") + ": " << std::flush;
+  std::string line;
+  std::getline(std::cin, line);
+  return line.empty() ? fallback : line;
+}
+
+int run_setup() {
+  Config config;
+  // A missing file leaves the defaults, a faulty one its good values; either way there is an offer.
+  load_config(config, false);
+  std::cout << "Velun CLI setup — Enter keeps the value in brackets.\n\n";
+  config.mode = ask_mode(config.mode);
+  ask_detection(config);
+  if (config.mode == "protect" && config.model_dir.empty() && config.endpoint_url.empty()) {
+    std::cout << "\nProtect without a model falls back to the pattern floor — much\n"
+                 "weaker. `velun help model` explains how to get one.\n\n";
+  }
+  save_config(config);
+  std::cout << "next: `velun start`, then `velun help ports` to route your tools.\n";
+  return status_success;
+}
+
+}  // namespace velun

@@ -1,0 +1,294 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "tests/support/dialogue.h"
+#include "tests/support/lifecycle.h"
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+using Words = std::vector<std::string>;
+
+class Entry : public Lifecycle {
+ protected:
+  /// The whole command line that velun reports for `daemon`.
+  std::string command_line(const ScriptedProgram& daemon) const {
+    return daemon.path() + " " + spaced(sandbox.daemon_flags());
+  }
+
+  std::string wrote() const { return "wrote " + sandbox.config_file().string() + "\n"; }
+
+  /// Runs with both streams in one file and returns that file.
+  std::string one_output(const Words& words) {
+    RunOptions options;
+    options.one_output = true;
+    return sandbox.velun(words, options).out;
+  }
+
+  /// Gives the status of commands that succeed, fail and are misused, each run under `in_child`.
+  std::vector<int> statuses(const std::function<void()>& in_child) {
+    RunOptions options;
+    options.in_child = in_child;
+    std::vector<int> result;
+    for (const Words& words : {Words{}, Words{"help", "nonsense"}, Words{"config"}, Words{"status"},
+                               Words{"stop"}, Words{"model", "use", "x"}, Words{"mode", "loud"},
+                               Words{"nonsense"}, Words{"mode", "off"}, Words{"setup"}}) {
+      result.push_back(sandbox.velun(words, options).status);
+    }
+    return result;
+  }
+};
+
+const std::vector<int> usual_statuses = {0, 2, 0, 0, 0, 1, 2, 2, 0, 0};
+
+// One bit for each of the three streams.
+void close_streams(int which) {
+  for (int descriptor = 0; descriptor < 3; ++descriptor) {
+    if ((which & (1 << descriptor)) != 0) {
+      close(descriptor);
+    }
+  }
+}
+
+void put_dev_full_on(int descriptor) {
+  dup2(open("/dev/full", O_WRONLY), descriptor);
+}
+
+TEST_F(Entry, an_argument_vector_without_even_a_program_name_prints_the_general_help) {
+  const fs::path out = sandbox.output_file();
+  const int file = open(out.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  Launch launch;
+  launch.program = VELUN_BINARY;
+  launch.environment = sandbox.environment;
+  launch.out = file;
+  launch.err = file;
+  EXPECT_EQ(wait_for(spawn(launch), std::chrono::seconds(10)), 0);
+  close(file);
+  EXPECT_EQ(read_file(out), sandbox.velun({"help"}).out);
+}
+
+// The first message of mode comes while the file is open.
+TEST_F(Entry, with_any_of_the_streams_closed_mode_writes_nothing_but_the_configuration) {
+  for (int closed = 1; closed < 8; ++closed) {
+    SCOPED_TRACE("closed streams: " + std::to_string(closed));
+    sandbox.configure();
+    RunOptions options;
+    options.in_child = [closed] { close_streams(closed); };
+    const Outcome run = sandbox.velun({"mode", "off"}, options);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out, (closed & 2) != 0 ? "" : wrote());
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(read_file(sandbox.config_file()), sandbox.rendering("off"));
+  }
+}
+
+TEST_F(Entry, with_any_of_the_streams_closed_setup_writes_nothing_but_the_configuration) {
+  for (int closed = 1; closed < 8; ++closed) {
+    SCOPED_TRACE("closed streams: " + std::to_string(closed));
+    write_file(sandbox.config_file(), "names: maybe\n");
+    RunOptions options;
+    options.input = "off\n/data/m\n";
+    options.in_child = [closed] { close_streams(closed); };
+    const Outcome run = sandbox.velun({"setup"}, options);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(read_file(sandbox.config_file()),
+              (closed & 1) != 0 ? written("watch") : written("off", "model_dir: /data/m\n"));
+    EXPECT_EQ(run.out, (closed & 2) != 0 ? ""
+                                         : greeting + mode_question("watch") +
+                                               detection_question("none") + wrote() + next_step);
+    EXPECT_EQ(run.err, (closed & 4) != 0 ? ""
+                                         : sandbox.config_file().string() +
+                                               " has problems:\n"
+                                               "  line 1: names must be true or false\n");
+  }
+}
+
+TEST_F(Entry, with_all_streams_closed_nothing_but_the_request_goes_to_the_daemon) {
+  sandbox.configure();
+  RunOptions options;
+  options.in_child = [] { closefrom(0); };
+  const LoopbackServer control = answering_port();
+  EXPECT_EQ(sandbox.velun({"status"}, options).status, 1);
+  EXPECT_EQ(sandbox.velun({"mode", "off"}, options).status, 1);
+  const std::string host = " HTTP/1.1\r\nHost: 127.0.0.1:" + port_text() + "\r\n\r\n";
+  EXPECT_EQ(control.requests(), Words({"GET /healthz" + host, "GET /v1/status" + host,
+                                       "GET /healthz" + host, "GET /healthz" + host}));
+  EXPECT_EQ(read_file(sandbox.config_file()), sandbox.rendering("off"));
+}
+
+TEST_F(Entry, a_stream_that_was_closed_is_the_null_device_for_the_daemon) {
+  sandbox.configure();
+  const ScriptedProgram daemon = install_daemon("forever");
+  const LoopbackServer control = port_of_daemon(daemon);
+  RunOptions options;
+  options.in_child = [] { closefrom(0); };
+  EXPECT_EQ(sandbox.velun({"start"}, options).status, 0);
+  ASSERT_EQ(daemon.runs().size(), 1U);
+  const fs::path open_files = "/proc/" + std::to_string(daemon.runs()[0].pid) + "/fd";
+  EXPECT_EQ(names_in(open_files), Words({"0", "1", "2"}));
+  for (const std::string descriptor : {"0", "1", "2"}) {
+    EXPECT_EQ(fs::read_symlink(open_files / descriptor), "/dev/null");
+  }
+}
+
+TEST_F(Entry, a_stream_that_is_open_is_left_as_it_is) {
+  sandbox.configure();
+  const ScriptedProgram daemon = install_daemon("print loud\ncomplain sore\nexit 0");
+  RunOptions options;
+  options.in_child = [] { close(0); };
+  const Outcome run = sandbox.velun({"start"}, options);
+  EXPECT_EQ(run.out, "loud\n");
+  EXPECT_EQ(run.err, "sore\n" + exited_text(command_line(daemon)));
+  EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(Entry, a_full_standard_output_leaves_the_status_as_it_is) {
+  sandbox.configure();
+  EXPECT_EQ(statuses([] { put_dev_full_on(1); }), usual_statuses);
+  EXPECT_EQ(read_file(sandbox.config_file()), sandbox.rendering("off"));
+}
+
+TEST_F(Entry, a_closed_standard_output_leaves_the_status_as_it_is) {
+  sandbox.configure();
+  EXPECT_EQ(statuses([] { close(1); }), usual_statuses);
+  EXPECT_EQ(read_file(sandbox.config_file()), sandbox.rendering("off"));
+}
+
+TEST_F(Entry, a_full_standard_error_leaves_the_status_as_it_is) {
+  sandbox.configure();
+  EXPECT_EQ(statuses([] { put_dev_full_on(2); }), usual_statuses);
+}
+
+TEST_F(Entry, a_closed_standard_error_leaves_the_status_as_it_is) {
+  sandbox.configure();
+  EXPECT_EQ(statuses([] { close(2); }), usual_statuses);
+}
+
+TEST_F(Entry, without_a_configuration_closed_and_full_streams_still_end_with_1) {
+  for (const int descriptor : {1, 2}) {
+    RunOptions options;
+    options.in_child = [descriptor] { put_dev_full_on(descriptor); };
+    EXPECT_EQ(sandbox.velun({"status"}, options).status, 1);
+    options.in_child = [descriptor] { close(descriptor); };
+    EXPECT_EQ(sandbox.velun({"nonsense"}, options).status, 1);
+  }
+}
+
+TEST_F(Entry, a_parent_that_ignores_the_end_of_children_does_not_hide_a_failed_start) {
+  sandbox.configure();
+  const ScriptedProgram daemon = install_daemon("exit 1");
+  RunOptions options;
+  options.in_child = [] { signal(SIGCHLD, SIG_IGN); };
+  for (const Words& words : {Words{"start"}, Words{"restart"}, Words{"mode", "watch"}}) {
+    const Outcome run = sandbox.velun(words, options);
+    EXPECT_EQ(run.err, exited_text(command_line(daemon))) << words[0];
+    EXPECT_EQ(run.status, 1) << words[0];
+  }
+}
+
+// The set of signals behind `field` in /proc/PID/status.
+unsigned long long signals_of(pid_t pid, const std::string& field) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with(field + ":")) {
+      return std::stoull(line.substr(field.size() + 1), nullptr, 16);
+    }
+  }
+  ADD_FAILURE() << "no " << field << " of process " << pid;
+  return ~0ULL;
+}
+
+TEST_F(Entry, sigchld_is_neither_ignored_nor_handled_whatever_the_parent_does) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  RunOptions options;
+  options.in_child = [&] {
+    dup2(ends[0], 0);
+    signal(SIGCHLD, SIG_IGN);
+  };
+  const pid_t pid = sandbox.start_velun({"setup"}, options);
+  close(ends[0]);
+  EXPECT_TRUE(eventually(
+      [&] { return read_file(sandbox.output_file()) == greeting + mode_question("watch"); }));
+  const unsigned long long sigchld = 1ULL << (SIGCHLD - 1);
+  EXPECT_EQ(signals_of(pid, "SigIgn") & sigchld, 0U);
+  EXPECT_EQ(signals_of(pid, "SigCgt") & sigchld, 0U);
+  close(ends[1]);
+  EXPECT_EQ(wait_for(pid, std::chrono::seconds(10)), 0);
+}
+
+TEST_F(Entry, one_file_for_both_streams_holds_the_output_in_its_order) {
+  EXPECT_EQ(one_output({"help", "x"}),
+            "no help topic `x` — topics: config, modes, model, ports, routing\n");
+  EXPECT_EQ(one_output({"help", "ports"}), sandbox.velun({"help", "ports"}).out);
+  sandbox.configure();
+  EXPECT_EQ(one_output({"config"}),
+            "file: " + sandbox.config_file().string() + "\n\n" + sandbox.rendering("watch"));
+}
+
+TEST_F(Entry, what_mode_wrote_stands_before_the_words_of_the_daemon) {
+  sandbox.configure();
+  const ScriptedProgram daemon = install_daemon("print loud\ncomplain sore\nexit 0");
+  EXPECT_EQ(one_output({"mode", "watch"}),
+            wrote() + "loud\nsore\n" + exited_text(command_line(daemon)));
+}
+
+TEST_F(Entry, what_mode_wrote_stands_before_the_failure_of_the_child) {
+  sandbox.configure();
+  const std::string program = (sandbox.root() / "no-such-program").string();
+  sandbox.environment["VELUND"] = program;
+  EXPECT_EQ(one_output({"mode", "watch"}),
+            wrote() + exec_failed_text(program) +
+                exited_text(program + " " + spaced(sandbox.daemon_flags())));
+}
+
+TEST_F(Entry, what_restart_said_stands_before_the_words_of_the_daemon) {
+  sandbox.configure();
+  const ScriptedProgram daemon = install_daemon("complain sore\nexit 0");
+  EXPECT_EQ(one_output({"restart"}), "not running\nsore\n" + exited_text(command_line(daemon)));
+}
+
+TEST_F(Entry, what_mode_wrote_stands_before_a_refusal) {
+  sandbox.configure();
+  const LoopbackServer control = answering_port();
+  EXPECT_EQ(one_output({"mode", "off"}), wrote() + foreign_text());
+}
+
+TEST_F(Entry, a_report_on_a_faulty_file_stands_before_the_dialogue) {
+  write_file(sandbox.config_file(), "names: maybe\n");
+  EXPECT_EQ(one_output({"setup"}), sandbox.config_file().string() +
+                                       " has problems:\n  line 1: names must be true or false\n" +
+                                       greeting + mode_question("watch") +
+                                       detection_question("none") + wrote() + next_step);
+}
+
+TEST_F(Entry, an_error_that_no_handler_expects_ends_the_process_by_abort) {
+  sandbox.configure();
+  const LoopbackServer control(sandbox.control_port(),
+                               [](const std::string&) { return answer(200, "null"); });
+  const Outcome run = sandbox.velun({"stats"});
+  EXPECT_EQ(run.signal, SIGABRT);
+  EXPECT_EQ(run.out, "");
+}
+
+TEST_F(Entry, what_was_printed_before_an_abort_is_not_lost) {
+  write_file(sandbox.root() / "file", "not a directory");
+  const std::string state_dir = (sandbox.root() / "file/state").string();
+  sandbox.configure("state_dir: " + state_dir + "\n");
+  const Outcome mode = sandbox.velun({"mode", "watch"});
+  EXPECT_EQ(mode.signal, SIGABRT);
+  EXPECT_EQ(mode.out, wrote());
+  const Outcome restart = sandbox.velun({"restart"});
+  EXPECT_EQ(restart.signal, SIGABRT);
+  EXPECT_EQ(restart.out, "not running\n");
+}
+
+}  // namespace
+}  // namespace velun::test

@@ -1,0 +1,233 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "tests/support/bystander.h"
+#include "tests/support/dialogue.h"
+#include "tests/support/loopback_server.h"
+#include "tests/support/scripted_program.h"
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+class SetupFile : public SetupDialogue {};
+
+TEST_F(SetupFile, offers_the_configured_mode_and_model_and_empty_answers_keep_both) {
+  give_file("mode: protect\nmodel_dir: /data/m\n");
+  const Outcome run = given("\n\n");
+  EXPECT_EQ(run.out, transcript("protect", "/data/m"));
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(file(), written("protect", "model_dir: /data/m\n"));
+}
+
+TEST_F(SetupFile, offers_the_configured_engine_and_an_empty_answer_keeps_it) {
+  give_file("endpoint_url: \"http://engine:9000\"\n");
+  EXPECT_EQ(given("\n\n").out, transcript("watch", "http://engine:9000"));
+  EXPECT_EQ(file(), written("watch", "endpoint_url: \"http://engine:9000\"\n"));
+}
+
+TEST_F(SetupFile, offers_watch_for_the_old_word_monitor) {
+  give_file("mode: monitor\n");
+  EXPECT_EQ(given("\n\n").out, transcript("watch", "none"));
+  EXPECT_EQ(file(), written("watch"));
+}
+
+TEST_F(SetupFile, none_removes_a_configured_model) {
+  give_file("model_dir: /data/m\n");
+  EXPECT_EQ(given("\nnone\n").out, transcript("watch", "/data/m"));
+  EXPECT_EQ(file(), written("watch"));
+}
+
+TEST_F(SetupFile, none_removes_a_configured_engine) {
+  give_file("endpoint_url: http://engine\n");
+  EXPECT_EQ(given("\nnone\n").out, transcript("watch", "http://engine"));
+  EXPECT_EQ(file(), written("watch"));
+}
+
+TEST_F(SetupFile, an_engine_replaces_a_configured_model) {
+  give_file("model_dir: /data/m\n");
+  EXPECT_EQ(given("\nhttps://engine\n").out, transcript("watch", "/data/m"));
+  EXPECT_EQ(file(), written("watch", "endpoint_url: \"https://engine\"\n"));
+}
+
+TEST_F(SetupFile, a_model_replaces_a_configured_engine) {
+  give_file("endpoint_url: http://engine\n");
+  EXPECT_EQ(given("\n/data/m\n").out, transcript("watch", "http://engine"));
+  EXPECT_EQ(file(), written("watch", "model_dir: /data/m\n"));
+}
+
+// An offer that is taken goes the way of a typed answer.
+TEST_F(SetupFile, a_kept_model_whose_path_begins_with_http_becomes_an_engine) {
+  give_file("model_dir: httpdocs/m\n");
+  EXPECT_EQ(given("\n\n").out, transcript("watch", "httpdocs/m"));
+  EXPECT_EQ(file(), written("watch", "endpoint_url: httpdocs/m\n"));
+}
+
+TEST_F(SetupFile, a_kept_model_named_none_is_cleared) {
+  give_file("mode: protect\nmodel_dir: none\n");
+  EXPECT_EQ(given("\n\n").out, greeting + mode_question("protect") + detection_question("none") +
+                                   protect_warning + wrote() + next_step);
+  EXPECT_EQ(file(), written("protect"));
+}
+
+TEST_F(SetupFile, the_keys_that_are_not_asked_about_are_written_back) {
+  give_file(
+      "# mine\nintercept_port: 9004\nintercept_apps: [claude-desktop, chatgpt]\nnames: no\n"
+      "state_dir: '/srv/a b #1'\ncontrol_port: 9003\nopenai_port: 9002\nanthropic_port: 9001\n"
+      "mode: watch\n");
+  EXPECT_EQ(given("off\n/data/m\n").out, transcript("watch", "none"));
+  EXPECT_EQ(file(),
+            "# Velun CLI configuration. `velun help config` documents every key.\n"
+            "mode: off\nmodel_dir: /data/m\n"
+            "anthropic_port: 9001\nopenai_port: 9002\ncontrol_port: 9003\n"
+            "state_dir: \"/srv/a b #1\"\nnames: false\n"
+            "intercept_apps: [claude-desktop, chatgpt]\nintercept_port: 9004\n");
+}
+
+TEST_F(SetupFile, the_good_keys_of_a_faulty_file_are_offered_and_the_rest_is_reported) {
+  give_file("mode: protect\nmodel_dir: /data/m\ncontrol_port: 0\nopenai_port: 9002\ncolour: red\n");
+  const Outcome run = given("\n\n");
+  EXPECT_EQ(run.err, sandbox.config_file().string() +
+                         " has problems:\n"
+                         "  line 5: unknown key `colour`\n"
+                         "  line 3: control_port must be a port between 1 and 65535\n");
+  EXPECT_EQ(run.out, transcript("protect", "/data/m"));
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(file(),
+            "# Velun CLI configuration. `velun help config` documents every key.\n"
+            "mode: protect\nmodel_dir: /data/m\nanthropic_port: 8900\nopenai_port: 9002\n"
+            "control_port: 8902\nnames: true\n");
+}
+
+TEST_F(SetupFile, a_faulty_mode_is_offered_as_watch_and_the_written_file_is_valid) {
+  give_file("mode: loud\n");
+  EXPECT_EQ(given("\n\n").out, transcript("watch", "none"));
+  EXPECT_EQ(file(), written("watch"));
+  const Outcome run = sandbox.velun({"config"});
+  EXPECT_EQ(run.out, "file: " + sandbox.config_file().string() + "\n\n" + written("watch"));
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(SetupFile, of_a_model_and_an_engine_both_configured_the_model_is_offered_and_kept_alone) {
+  give_file("model_dir: /data/m\nendpoint_url: http://engine\n");
+  const Outcome run = given("\n\n");
+  EXPECT_EQ(run.err, sandbox.config_file().string() +
+                         " has problems:\n  model_dir and endpoint_url exclude each other — the "
+                         "daemon runs one detection engine per launch\n");
+  EXPECT_EQ(run.out, transcript("watch", "/data/m"));
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(file(), written("watch", "model_dir: /data/m\n"));
+}
+
+TEST_F(SetupFile, a_missing_file_is_not_reported) {
+  EXPECT_EQ(given("\n\n").err, "");
+}
+
+TEST_F(SetupFile, an_unreadable_file_offers_the_defaults_without_a_report) {
+  give_file("mode: protect\n");
+  fs::permissions(sandbox.config_file(), fs::perms::owner_write);
+  RunOptions options;
+  options.program = sandbox.root() / "velun";
+  fs::copy_file(VELUN_BINARY, options.program);
+  options.as_nobody = true;
+  const Outcome run = sandbox.velun({"setup"}, options);
+  EXPECT_EQ(run.out, transcript("watch", "none"));
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  fs::permissions(sandbox.config_file(), fs::perms::owner_all);
+  EXPECT_EQ(file(), written("watch"));
+}
+
+TEST_F(SetupFile, missing_directories_are_created) {
+  const fs::path path = sandbox.root() / "a/b/c/my.yaml";
+  sandbox.environment["VELUN_CLI_CONFIG"] = path;
+  const Outcome run = given("off\nnone\n");
+  EXPECT_EQ(run.out, greeting + mode_question("watch") + detection_question("none") + "wrote " +
+                         path.string() + "\n" + next_step);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(read_file(path), written("off"));
+}
+
+TEST_F(SetupFile, a_bare_file_name_is_written_in_the_current_directory) {
+  sandbox.environment["VELUN_CLI_CONFIG"] = "my.yaml";
+  const Outcome run = given("off\nnone\n");
+  EXPECT_EQ(run.out, greeting + mode_question("watch") + detection_question("none") +
+                         "wrote my.yaml\n" + next_step);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(read_file(sandbox.root() / "my.yaml"), written("off"));
+}
+
+TEST_F(SetupFile, a_new_file_gets_the_permissions_that_the_mask_leaves) {
+  RunOptions options;
+  options.in_child = [] { umask(027); };
+  EXPECT_EQ(sandbox.velun({"setup"}, options).status, 0);
+  EXPECT_EQ(mode_of(sandbox.config_file()), 0640);
+}
+
+TEST_F(SetupFile, an_existing_file_is_rewritten_in_place) {
+  const fs::path real = sandbox.root() / "real.yaml";
+  write_file(real, "mode: off\n");
+  fs::permissions(real, fs::perms::owner_read | fs::perms::owner_write);
+  fs::create_directories(sandbox.config_file().parent_path());
+  fs::create_symlink(real, sandbox.config_file());
+  EXPECT_EQ(given("\n\n").out, transcript("off", "none"));
+  EXPECT_TRUE(fs::is_symlink(sandbox.config_file()));
+  EXPECT_EQ(read_file(real), written("off"));
+  EXPECT_EQ(mode_of(real), 0600);
+}
+
+TEST_F(SetupFile, a_file_that_cannot_be_written_goes_unreported) {
+  fs::create_directories(sandbox.config_file());
+  const Outcome run = given("off\nnone\n");
+  EXPECT_EQ(run.out, transcript("watch", "none"));
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(names_in(sandbox.config_file()), std::vector<std::string>());
+}
+
+TEST_F(SetupFile, an_empty_path_cannot_be_written_and_goes_unreported) {
+  sandbox.environment["VELUN_CLI_CONFIG"] = "";
+  const Outcome run = given("off\nnone\n");
+  EXPECT_EQ(run.out, greeting + mode_question("watch") + detection_question("none") + "wrote \n" +
+                         next_step);
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(SetupFile, a_directory_that_cannot_be_created_ends_the_process_by_abort) {
+  write_file(sandbox.home() / ".config", "not a directory");
+  const Outcome run = given("off\nnone\n");
+  EXPECT_EQ(run.signal, SIGABRT);
+  EXPECT_EQ(run.out, greeting + mode_question("watch") + detection_question("none"));
+  EXPECT_EQ(read_file(sandbox.home() / ".config"), "not a directory");
+}
+
+TEST_F(SetupFile, the_warning_is_out_before_a_directory_cannot_be_created) {
+  write_file(sandbox.home() / ".config", "not a directory");
+  const Outcome run = given("protect\nnone\n");
+  EXPECT_EQ(run.signal, SIGABRT);
+  EXPECT_EQ(run.out,
+            greeting + mode_question("watch") + detection_question("none") + protect_warning);
+}
+
+TEST_F(SetupFile, the_daemon_is_left_alone) {
+  sandbox.configure("mode: protect\nmodel_dir: /data/m\n");
+  const ScriptedProgram daemon(sandbox.root() / "daemon", "forever");
+  sandbox.environment["VELUND"] = daemon.path();
+  const Bystander recorded;
+  sandbox.write_pid_file(recorded.pid());
+  const LoopbackServer control(sandbox.control_port(),
+                               [](const std::string&) { return answer(200, "ok"); });
+  EXPECT_EQ(given("off\nnone\n").status, 0);
+  EXPECT_EQ(control.requests(), std::vector<std::string>());
+  EXPECT_EQ(daemon.runs().size(), 0U);
+  EXPECT_TRUE(recorded.alive());
+  EXPECT_EQ(read_file(sandbox.pid_file()), recorded.pid_text() + "\n");
+  EXPECT_EQ(file(), sandbox.rendering("off"));
+}
+
+}  // namespace
+}  // namespace velun::test

@@ -1,0 +1,365 @@
+#include "cli/setup.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <iostream>
+#include <sstream>
+
+#include "tests/support/dialogue.h"
+#include "tests/support/terminal.h"
+
+namespace velun::test {
+namespace {
+
+TEST_F(SetupDialogue, asks_two_questions_and_writes_the_first_file) {
+  const Outcome run = given("off\n/data/m\n");
+  EXPECT_EQ(run.out, transcript("watch", "none"));
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(file(), written("off", "model_dir: /data/m\n"));
+}
+
+TEST_F(SetupDialogue, each_mode_word_is_an_answer) {
+  for (const std::string mode : {"off", "watch", "protect"}) {
+    EXPECT_EQ(given(mode + "\n/data/m\n").status, 0);
+    EXPECT_EQ(file(), written(mode, "model_dir: /data/m\n"));
+  }
+}
+
+TEST_F(SetupDialogue, empty_lines_take_both_offers) {
+  const Outcome run = given("\n\n");
+  EXPECT_EQ(run.out, transcript("watch", "none"));
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(file(), written("watch"));
+}
+
+TEST_F(SetupDialogue, an_input_without_a_line_takes_both_offers) {
+  const Outcome run = given("");
+  EXPECT_EQ(run.out, transcript("watch", "none"));
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(file(), written("watch"));
+}
+
+TEST_F(SetupDialogue, a_closed_input_takes_both_offers) {
+  give_file("mode: protect\nmodel_dir: /data/m\n");
+  RunOptions options;
+  options.in_child = [] { close(0); };
+  const Outcome run = sandbox.velun({"setup"}, options);
+  EXPECT_EQ(run.out, transcript("protect", "/data/m"));
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(file(), written("protect", "model_dir: /data/m\n"));
+}
+
+TEST_F(SetupDialogue, an_input_that_cannot_be_read_takes_both_offers) {
+  RunOptions options;
+  options.in_child = [] { dup2(open("/", O_RDONLY), 0); };
+  const Outcome run = sandbox.velun({"setup"}, options);
+  EXPECT_EQ(run.out, transcript("watch", "none"));
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(file(), written("watch"));
+}
+
+TEST_F(SetupDialogue, an_input_that_ends_behind_the_first_answer_takes_the_second_offer) {
+  give_file("endpoint_url: http://engine\n");
+  EXPECT_EQ(given("off\n").out, transcript("watch", "http://engine"));
+  EXPECT_EQ(file(), written("off", "endpoint_url: \"http://engine\"\n"));
+}
+
+TEST_F(SetupDialogue, a_last_line_without_its_newline_is_an_answer) {
+  EXPECT_EQ(given("off").out, transcript("watch", "none"));
+  EXPECT_EQ(file(), written("off"));
+  EXPECT_EQ(given("watch\n/data/m").out, transcript("off", "none"));
+  EXPECT_EQ(file(), written("watch", "model_dir: /data/m\n"));
+}
+
+TEST_F(SetupDialogue, an_answer_that_is_not_exactly_a_mode_is_refused_and_asked_again) {
+  for (const std::string& word :
+       {std::string(" watch"), std::string("watch "), std::string("\twatch"),
+        std::string("watch\t"), std::string("watch\r"), std::string("\r"), std::string(" "),
+        std::string("Watch"), std::string("OFF"), std::string("Protect"), std::string("monitor"),
+        std::string("none"), std::string("off|watch"), std::string("watchx"), std::string("wat"),
+        std::string("`"), std::string("\xff\xfe"), std::string("off\0", 4)}) {
+    const Outcome run = given(word + "\noff\nnone\n");
+    EXPECT_EQ(run.out, greeting + mode_question("watch") + refusal(word) + mode_question("watch") +
+                           detection_question("none") + wrote() + next_step);
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(file(), written("off"));
+    std::filesystem::remove(sandbox.config_file());
+  }
+}
+
+TEST_F(SetupDialogue, a_refused_answer_leaves_the_offer_as_it_was) {
+  give_file("mode: protect\n");
+  const Outcome run = given("watch off\n\n/data/m\n");
+  EXPECT_EQ(run.out, greeting + mode_question("protect") + refusal("watch off") +
+                         mode_question("protect") + detection_question("none") + wrote() +
+                         next_step);
+  EXPECT_EQ(file(), written("protect", "model_dir: /data/m\n"));
+}
+
+TEST_F(SetupDialogue, the_mode_is_asked_for_as_often_as_it_takes) {
+  std::string input;
+  std::string out = greeting;
+  for (int i = 0; i < 500; ++i) {
+    input += "no" + std::to_string(i) + "\n";
+    out += mode_question("watch") + refusal("no" + std::to_string(i));
+  }
+  const Outcome run = given(input + "off\n\n");
+  EXPECT_EQ(run.out,
+            out + mode_question("watch") + detection_question("none") + wrote() + next_step);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(file(), written("off"));
+}
+
+TEST_F(SetupDialogue, an_input_that_ends_behind_a_refused_answer_takes_the_offer) {
+  const Outcome run = given("quiet");
+  EXPECT_EQ(run.out, greeting + mode_question("watch") + refusal("quiet") + mode_question("watch") +
+                         detection_question("none") + wrote() + next_step);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(file(), written("watch"));
+}
+
+struct Detection {
+  std::string answer;
+  std::string line;  // of the written file
+};
+
+const std::vector<Detection> detections = {
+    {"none", ""},
+    {"None", "model_dir: None\n"},
+    {"NONE", "model_dir: NONE\n"},
+    {"none ", "model_dir: \"none \"\n"},
+    {" none", "model_dir: \" none\"\n"},
+    {"none\r", "model_dir: none\r\n"},
+    {"`none`", "model_dir: `none`\n"},
+    {"off", "model_dir: off\n"},
+    {" ", "model_dir: \" \"\n"},
+    {"\t", "model_dir: \"\\t\"\n"},
+    {"/data/m", "model_dir: /data/m\n"},
+    {"/no/such/place", "model_dir: /no/such/place\n"},
+    {"a bundle", "model_dir: a bundle\n"},
+    {"C:\\m \"1\" #2", "model_dir: \"C:\\\\m \\\"1\\\" #2\"\n"},
+    {"\xff\xfe", "model_dir: \xff\xfe\n"},
+    {std::string("a\0b", 3), std::string("model_dir: a\0b\n", 15)},
+    {"http://engine:9000", "endpoint_url: \"http://engine:9000\"\n"},
+    {"https://engine", "endpoint_url: \"https://engine\"\n"},
+    {"http", "endpoint_url: http\n"},
+    {"httpdocs", "endpoint_url: httpdocs\n"},
+    {"http ", "endpoint_url: \"http \"\n"},
+    {"http\r", "endpoint_url: http\r\n"},
+    {" http://engine", "model_dir: \" http://engine\"\n"},
+    {"HTTP://engine", "model_dir: \"HTTP://engine\"\n"},
+    {"HTTP", "model_dir: HTTP\n"},
+    {"Http", "model_dir: Http\n"},
+    {"htt", "model_dir: htt\n"},
+    {"htt p", "model_dir: htt p\n"},
+    {"ftp://engine", "model_dir: \"ftp://engine\"\n"},
+};
+
+TEST_F(SetupDialogue, the_detection_answer_is_told_apart_by_its_first_four_characters) {
+  for (const Detection& row : detections) {
+    const Outcome run = given("watch\n" + row.answer + "\n");
+    EXPECT_EQ(run.out, transcript("watch", "none")) << row.answer;
+    EXPECT_EQ(run.err, "") << row.answer;
+    EXPECT_EQ(run.status, 0) << row.answer;
+    EXPECT_EQ(file(), written("watch", row.line)) << row.answer;
+    std::filesystem::remove(sandbox.config_file());
+  }
+}
+
+TEST_F(SetupDialogue, a_long_answer_is_kept_whole) {
+  const std::string path = "/" + std::string(200000, 'm');
+  EXPECT_EQ(given("watch\n" + path + "\n").status, 0);
+  EXPECT_EQ(file(), written("watch", "model_dir: " + path + "\n"));
+}
+
+TEST_F(SetupDialogue, protect_without_detection_is_warned_about_and_written) {
+  const Outcome run = given("protect\nnone\n");
+  EXPECT_EQ(run.out, greeting + mode_question("watch") + detection_question("none") +
+                         protect_warning + wrote() + next_step);
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(file(), written("protect"));
+}
+
+TEST_F(SetupDialogue, protect_with_either_detection_is_not_warned_about) {
+  EXPECT_EQ(given("protect\n/data/m\n").out, transcript("watch", "none"));
+  EXPECT_EQ(given("protect\nhttp://engine\n").out, transcript("protect", "/data/m"));
+  EXPECT_EQ(file(), written("protect", "endpoint_url: \"http://engine\"\n"));
+}
+
+TEST_F(SetupDialogue, the_other_modes_without_detection_are_not_warned_about) {
+  EXPECT_EQ(given("watch\nnone\n").out, transcript("watch", "none"));
+  EXPECT_EQ(given("off\nnone\n").out, transcript("watch", "none"));
+}
+
+TEST_F(SetupDialogue, protect_that_loses_its_model_is_warned_about) {
+  give_file("mode: protect\nmodel_dir: /data/m\n");
+  EXPECT_EQ(given("\nnone\n").out, greeting + mode_question("protect") +
+                                       detection_question("/data/m") + protect_warning + wrote() +
+                                       next_step);
+  EXPECT_EQ(file(), written("protect"));
+}
+
+TEST_F(SetupDialogue, lines_behind_the_two_answers_are_not_read) {
+  EXPECT_EQ(given("off\nnone\nprotect\nhttp://engine\n").out, transcript("watch", "none"));
+  EXPECT_EQ(file(), written("off"));
+}
+
+TEST_F(SetupDialogue, words_behind_the_command_are_ignored) {
+  RunOptions options;
+  options.input = "off\nnone\n";
+  const Outcome run = sandbox.velun({"setup", "protect", "/data/m", "--help"}, options);
+  EXPECT_EQ(run.out, transcript("watch", "none"));
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(file(), written("off"));
+}
+
+TEST_F(SetupDialogue, a_question_is_out_before_its_answer_is_read) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  RunOptions options;
+  options.in_child = [&] { dup2(ends[0], 0); };
+  const pid_t pid = sandbox.start_velun({"setup"}, options);
+  close(ends[0]);
+  const auto shown = [&](const std::string& text) {
+    return eventually([&] { return read_file(sandbox.output_file()) == text; });
+  };
+  EXPECT_TRUE(shown(greeting + mode_question("watch")));
+  EXPECT_EQ(write(ends[1], "off\n", 4), 4);
+  EXPECT_TRUE(shown(greeting + mode_question("watch") + detection_question("none")));
+  EXPECT_FALSE(std::filesystem::exists(sandbox.config_file()));
+  close(ends[1]);
+  EXPECT_EQ(wait_for(pid, std::chrono::seconds(10)), 0);
+  EXPECT_TRUE(shown(transcript("watch", "none")));
+}
+
+// Answers and questions as the cursor meets them.
+class SetupOnATerminal : public SetupDialogue {
+ protected:
+  Terminal terminal;
+
+  pid_t begin() {
+    RunOptions options;
+    options.in_child = terminal.as_streams();
+    return sandbox.start_velun({"setup"}, options);
+  }
+
+  void expect_success(pid_t pid) { EXPECT_EQ(wait_for(pid, std::chrono::seconds(10)), 0); }
+
+  /// The text as the terminal shows it.
+  static std::string shown(const std::string& text) {
+    std::string result;
+    for (const char c : text) {
+      result += c == '\n' ? "\r\n" : std::string(1, c);
+    }
+    return result;
+  }
+};
+
+TEST_F(SetupOnATerminal, the_cursor_waits_behind_each_question) {
+  const pid_t pid = begin();
+  ASSERT_TRUE(terminal.shows(mode_question("watch")));
+  EXPECT_EQ(terminal.screen(), shown(greeting) + mode_question("watch"));
+  terminal.type("protect\n");
+  ASSERT_TRUE(terminal.shows(detection_question("none")));
+  terminal.type("none\n");
+  EXPECT_EQ(terminal.screen_at_the_end(),
+            shown(greeting + mode_question("watch") + "protect\n" + detection_question("none") +
+                  "none\n" + protect_warning + wrote() + next_step));
+  expect_success(pid);
+  EXPECT_EQ(file(), written("protect"));
+}
+
+TEST_F(SetupOnATerminal, a_refused_answer_brings_the_same_question_again) {
+  const pid_t pid = begin();
+  for (const std::string word : {"Watch", " off", "help"}) {
+    ASSERT_TRUE(terminal.shows(mode_question("watch")));
+    terminal.type(word + "\n");
+    ASSERT_TRUE(terminal.shows(shown(refusal(word)) + mode_question("watch")));
+  }
+  terminal.type("\n");
+  ASSERT_TRUE(terminal.shows(detection_question("none")));
+  terminal.type("/data/m\n");
+  const std::string again = refusal("Watch") + mode_question("watch") + " off\n" + refusal(" off") +
+                            mode_question("watch") + "help\n" + refusal("help") +
+                            mode_question("watch") + "\n";
+  EXPECT_EQ(terminal.screen_at_the_end(),
+            shown(greeting + mode_question("watch") + "Watch\n" + again +
+                  detection_question("none") + "/data/m\n" + wrote() + next_step));
+  expect_success(pid);
+  EXPECT_EQ(file(), written("watch", "model_dir: /data/m\n"));
+}
+
+TEST_F(SetupOnATerminal, the_report_of_a_faulty_file_stands_before_the_dialogue) {
+  give_file("mode: off\nmodel_dir: /data/m\nnames: maybe\n");
+  const pid_t pid = begin();
+  ASSERT_TRUE(terminal.shows(mode_question("off")));
+  terminal.type("\n");
+  ASSERT_TRUE(terminal.shows(detection_question("/data/m")));
+  terminal.type("\n");
+  const std::string report =
+      sandbox.config_file().string() + " has problems:\n  line 3: names must be true or false\n";
+  EXPECT_EQ(terminal.screen_at_the_end(),
+            shown(report + greeting + mode_question("off") + "\n" + detection_question("/data/m") +
+                  "\n" + wrote() + next_step));
+  expect_success(pid);
+  EXPECT_EQ(file(), written("off", "model_dir: /data/m\n"));
+}
+
+TEST_F(SetupOnATerminal, the_end_of_input_key_takes_the_offers) {
+  const pid_t pid = begin();
+  ASSERT_TRUE(terminal.shows(mode_question("watch")));
+  terminal.type("\x04");
+  EXPECT_EQ(terminal.screen_at_the_end(), shown(transcript("watch", "none")));
+  expect_success(pid);
+  EXPECT_EQ(file(), written("watch"));
+}
+
+struct Prompt {
+  std::string label;
+  std::string fallback;
+  std::string input;
+  std::string out;
+  std::string answer;
+};
+
+const std::vector<Prompt> prompts = {
+    {"Name", "x", "y\n", "Name [x]: ", "y"},
+    {"Name", "", "y\n", "Name: ", "y"},
+    {"Name", "", "\n", "Name: ", ""},
+    {"Name", "", "", "Name: ", ""},
+    {"Name", "x", "\n", "Name [x]: ", "x"},
+    {"Name", "x", "", "Name [x]: ", "x"},
+    {"Name", "x", "y", "Name [x]: ", "y"},
+    {"Name", "x", " y \n", "Name [x]: ", " y "},
+    {"Name", "x", "\ty\r\n", "Name [x]: ", "\ty\r"},
+    {"Name", "x", "\r\n", "Name [x]: ", "\r"},
+    {"Name", " ", " \n", "Name [ ]: ", " "},
+    {"", "x", "y\nz\n", " [x]: ", "y"},
+};
+
+TEST(PromptValue, shows_label_and_offer_and_returns_the_line_untouched) {
+  std::streambuf* const input = std::cin.rdbuf();
+  std::streambuf* const output = std::cout.rdbuf();
+  for (const Prompt& row : prompts) {
+    std::istringstream in(row.input);
+    std::ostringstream out;
+    std::cin.clear();
+    std::cin.rdbuf(in.rdbuf());
+    std::cout.rdbuf(out.rdbuf());
+    const std::string answer = prompt_value(row.label, row.fallback);
+    std::cin.rdbuf(input);
+    std::cout.rdbuf(output);
+    EXPECT_EQ(answer, row.answer) << row.out;
+    EXPECT_EQ(out.str(), row.out);
+  }
+  std::cin.clear();
+}
+
+}  // namespace
+}  // namespace velun::test

@@ -1,0 +1,137 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "tests/support/loopback_server.h"
+#include "tests/support/sandbox.h"
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+class ShowConfig : public ::testing::Test {
+ protected:
+  Sandbox sandbox;
+  const std::string file = sandbox.config_file();
+  const std::string head = "# Velun CLI configuration. `velun help config` documents every key.\n";
+};
+
+TEST_F(ShowConfig, a_file_that_sets_only_the_mode_shows_the_defaults_of_all_other_keys) {
+  write_file(file, "mode: protect\n");
+  const Outcome run = sandbox.velun({"config"});
+  EXPECT_EQ(run.out, "file: " + file + "\n\n" + head +
+                         "mode: protect\nanthropic_port: 8900\nopenai_port: 8901\n"
+                         "control_port: 8902\nnames: true\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(ShowConfig, shows_what_is_in_effect_in_canonical_form_and_not_the_file) {
+  write_file(file,
+             "# mine\r\nintercept_apps: ['claude-desktop',  \"chatgpt\",]\r\n"
+             "names: off # floor\r\n\r\nopenai_port: 009102\r\n"
+             "endpoint_url: https://engine.example:8443\r\nmode: monitor\r\n"
+             "state_dir: '/srv/my state'\r\n");
+  EXPECT_EQ(sandbox.velun({"config"}).out,
+            "file: " + file + "\n\n" + head +
+                "mode: watch\nendpoint_url: \"https://engine.example:8443\"\n"
+                "anthropic_port: 8900\nopenai_port: 9102\ncontrol_port: 8902\n"
+                "state_dir: /srv/my state\nnames: false\n"
+                "intercept_apps: [claude-desktop, chatgpt]\nintercept_port: 8903\n");
+}
+
+TEST_F(ShowConfig, hides_an_interception_port_without_apps) {
+  write_file(file, "intercept_port: 9104\n");
+  EXPECT_EQ(sandbox.velun({"config"}).out,
+            "file: " + file + "\n\n" + head +
+                "mode: watch\nanthropic_port: 8900\nopenai_port: 8901\ncontrol_port: 8902\n"
+                "names: true\n");
+}
+
+TEST_F(ShowConfig, shows_exactly_what_a_save_writes) {
+  sandbox.configure("model_dir: '/m: #1'\nintercept_apps: [a b]\n");
+  const std::string text = sandbox.rendering("off", "model_dir: \"/m: #1\"\n", "",
+                                             "intercept_apps: [a b]\nintercept_port: 8903\n");
+  ASSERT_EQ(sandbox.velun({"mode", "off"}).status, 0);
+  EXPECT_EQ(read_file(file), text);
+  EXPECT_EQ(sandbox.velun({"config"}).out, "file: " + file + "\n\n" + text);
+}
+
+TEST_F(ShowConfig, shows_the_path_from_the_environment_as_it_stands) {
+  sandbox.configure();
+  sandbox.environment["VELUN_CLI_CONFIG"] = "home/../home//.config/velun/velun.yaml";
+  EXPECT_EQ(sandbox.velun({"config"}).out,
+            "file: home/../home//.config/velun/velun.yaml\n\n" + sandbox.rendering("watch"));
+}
+
+TEST_F(ShowConfig, shows_a_path_with_blanks_and_quotes_undecorated) {
+  const std::string path = sandbox.root() / "my \"own\"\\ \xff.yaml";
+  write_file(path, "");
+  sandbox.environment["VELUN_CLI_CONFIG"] = path;
+  EXPECT_EQ(sandbox.velun({"config"}).out,
+            "file: " + path + "\n\n" + head +
+                "mode: watch\nanthropic_port: 8900\nopenai_port: 8901\ncontrol_port: 8902\n"
+                "names: true\n");
+}
+
+TEST_F(ShowConfig, finds_the_file_below_xdg_config_home) {
+  sandbox.environment["XDG_CONFIG_HOME"] = sandbox.root() / "xdg";
+  write_file(sandbox.root() / "xdg/velun/velun.yaml", "mode: off\n");
+  EXPECT_EQ(sandbox.velun({"config"}).out,
+            "file: " + (sandbox.root() / "xdg/velun/velun.yaml").string() + "\n\n" + head +
+                "mode: off\nanthropic_port: 8900\nopenai_port: 8901\ncontrol_port: 8902\n"
+                "names: true\n");
+}
+
+TEST_F(ShowConfig, ignores_further_words) {
+  sandbox.configure();
+  const Outcome run = sandbox.velun({"config", "set", "--mode", "off"});
+  EXPECT_EQ(run.out, "file: " + file + "\n\n" + sandbox.rendering("watch"));
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(ShowConfig, writes_nothing_and_asks_no_daemon) {
+  sandbox.configure("# mine\n");
+  const std::string before = read_file(file);
+  fs::permissions(file, fs::perms::owner_read);
+  const auto written = fs::last_write_time(file);
+  const LoopbackServer control(sandbox.control_port(),
+                               [](const std::string&) { return answer(200, "ok"); });
+  EXPECT_EQ(sandbox.velun({"config"}).status, 0);
+  EXPECT_EQ(control.requests(), std::vector<std::string>{});
+  EXPECT_EQ(read_file(file), before);
+  EXPECT_EQ(fs::last_write_time(file), written);
+  EXPECT_EQ(names_in(sandbox.home()), std::vector<std::string>{".config"});
+}
+
+TEST_F(ShowConfig, shows_nothing_without_a_configuration) {
+  const Outcome run = sandbox.velun({"config"});
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, "no configuration at " + file + " — run `velun setup` first\n");
+  EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(ShowConfig, shows_no_configuration_that_has_problems) {
+  sandbox.configure("names: maybe\n");
+  const Outcome run = sandbox.velun({"config"});
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, file + " has problems:\n  line 4: names must be true or false\n");
+  EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(ShowConfig, succeeds_when_standard_output_is_full_or_closed) {
+  sandbox.configure();
+  RunOptions full;
+  full.in_child = [] { dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); };
+  EXPECT_EQ(sandbox.velun({"config"}, full).status, 0);
+  RunOptions closed;
+  closed.in_child = [] { close(STDOUT_FILENO); };
+  const Outcome run = sandbox.velun({"config"}, closed);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err, "");
+}
+
+}  // namespace
+}  // namespace velun::test
