@@ -6,6 +6,7 @@
 
 #include "cli/help.h"
 #include "cli/mode.h"
+#include "cli/reports.h"
 #include "cli/setup.h"
 #include "cli/show_config.h"
 #include "config/exit_status.h"
@@ -37,6 +38,8 @@ constexpr Command commands[] = {
     {"restart", true,
      [](const Invocation& i) { return restart_daemon(i.config, i.argument_zero); }},
     {"status", true, [](const Invocation& i) { return print_status(i.config); }},
+    {"stats", true, [](const Invocation& i) { return print_stats(i.config); }},
+    {"log", true, [](const Invocation& i) { return print_log(i.config); }},
     {"config", true, [](const Invocation& i) { return show_config(i.config); }},
     {"mode", true,
      [](const Invocation& i) { return change_mode(i.config, i.argument, i.argument_zero); }},

@@ -1,0 +1,82 @@
+#include "cli/reports.h"
+
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "config/exit_status.h"
+#include "config/locations.h"
+#include "daemon/control_client.h"
+
+using nlohmann::json;
+
+namespace velun {
+namespace {
+
+// Reports are built whole before anything is printed, so that a fault in the last entry leaves no
+// half of one behind.
+int print_report(const Config& config, const std::string& path,
+                 std::optional<std::string> (*report_of)(const std::string& body)) {
+  if (!daemon_healthy(config.control_port)) {
+    std::cout << "not running\n";
+    return status_success;
+  }
+  const std::string body = control_get(config.control_port, path, read_control_token(config));
+  const std::optional<std::string> report = report_of(body);
+  if (!report) {
+    std::cerr << "could not read " + path + "\n";
+    return status_failure;
+  }
+  std::cout << *report;
+  return status_success;
+}
+
+}  // namespace
+
+std::optional<std::string> stats_report(const std::string& body) {
+  const json answer = json::parse(body, nullptr, false);
+  if (answer.is_discarded()) {
+    return std::nullopt;
+  }
+  // Not std::int64_t: for its own integer type the library refuses true and false.
+  const long long cost_micros = answer.value("cost_micros", 0LL);
+  std::ostringstream report;
+  report << "requests:            " << answer.value("requests", 0)
+         << "\nentities protected:  " << answer.value("entities_protected", 0)
+         << "\nblocked requests:    "
+         << answer.value("blocked_requests", 0)
+         // The stream's default format, six significant digits, is the wanted one.
+         << "\ncost (list prices):  $" << static_cast<double>(cost_micros) / 1'000'000.0 << "\n";
+  return report.str();
+}
+
+std::optional<std::string> log_report(const std::string& body) {
+  const json answer = json::parse(body, nullptr, false);
+  if (answer.is_discarded()) {
+    return std::nullopt;
+  }
+  // By reference: copying a deeply nested answer would exhaust the stack.
+  const json none;
+  const bool absent = answer.is_object() && !answer.contains("entries");
+  const json& entries = absent ? none : answer.at("entries");
+  if (entries.empty()) {
+    return "no requests yet (the transcript is RAM-only and empties on restart)\n";
+  }
+  std::string report;
+  for (const json& entry : entries) {
+    report += entry.value("app", "?") + "  " + entry.value("model", "") + "  " +
+              entry.value("outcome", "") + "  " + std::to_string(entry.value("duration_ms", 0)) +
+              " ms\n";
+  }
+  return report;
+}
+
+int print_stats(const Config& config) {
+  return print_report(config, "/v1/stats", stats_report);
+}
+
+int print_log(const Config& config) {
+  return print_report(config, "/v1/transcript", log_report);
+}
+
+}  // namespace velun
