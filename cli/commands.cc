@@ -14,6 +14,7 @@
 #include "daemon/launch.h"
 #include "daemon/status.h"
 #include "daemon/stop.h"
+#include "models/model_commands.h"
 
 namespace velun {
 namespace {
@@ -41,6 +42,8 @@ constexpr Command commands[] = {
     {"stats", true, [](const Invocation& i) { return print_stats(i.config); }},
     {"log", true, [](const Invocation& i) { return print_log(i.config); }},
     {"config", true, [](const Invocation& i) { return show_config(i.config); }},
+    {"model", true,
+     [](const Invocation& i) { return run_model_command(i.config, i.argument, i.third); }},
     {"mode", true,
      [](const Invocation& i) { return change_mode(i.config, i.argument, i.argument_zero); }},
 };

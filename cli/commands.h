@@ -12,6 +12,7 @@ struct Invocation {
   std::string argument_zero;  ///< the tool's own path as the process received it
   std::string command;        ///< first word; "help" without one
   std::string argument;       ///< second word or empty
+  std::string third;          ///< third word or empty
   Config config;              ///< defaults for the commands that need no configuration
 };
 

@@ -38,5 +38,6 @@ int main(int argc, char* argv[]) {
   invocation.argument_zero = argc > 0 ? argv[0] : "";
   invocation.command = argc > 1 ? argv[1] : "help";
   invocation.argument = argc > 2 ? argv[2] : "";
+  invocation.third = argc > 3 ? argv[3] : "";
   return velun::run_command(invocation);
 }

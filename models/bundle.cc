@@ -1,0 +1,96 @@
+#include "models/bundle.h"
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "config/exit_status.h"
+#include "config/locations.h"
+
+namespace fs = std::filesystem;
+
+namespace velun {
+namespace {
+
+// The first window that comes with the full set of heads.
+constexpr int full_window = 1024;
+
+constexpr char full_prefix[] =
+    R"({"head_order":["PERSON","CITY","STREET","ORG","EMAIL","USERNAME","URL","PHONE","ACCOUNT",)"
+    R"("WALLET","CARD","NATIONAL_ID","PLATE","DOB","NETADDR","POSTAL_CODE","CUSTOMER_ID","SECRET",)"
+    R"("CODENAME"],"default_off":[],"heads":{)";
+
+constexpr char small_prefix[] =
+    R"({"head_order":["PERSON","CITY","STREET","ORG"],"default_off":["ORG"],"heads":{)";
+
+constexpr char detailed_heads[] =
+    R"("PERSON":["O","B-PERSON-COMMON","I-PERSON-COMMON","B-PERSON-UNCOMMON","I-PERSON-UNCOMMON",)"
+    R"("B-PERSON-RARE","I-PERSON-RARE"],)"
+    R"("CITY":["O","B-CITY-MAJOR","I-CITY-MAJOR","B-CITY-MEDIUM","I-CITY-MEDIUM","B-CITY-SMALL",)"
+    R"("I-CITY-SMALL"],)"
+    R"("STREET":["O","B-STREET-GENERIC","I-STREET-GENERIC","B-STREET-SPECIFIC",)"
+    R"("I-STREET-SPECIFIC","B-STREET-LOCAL","I-STREET-LOCAL"],)"
+    R"("ORG":["O","B-ORG-INTERNATIONAL","I-ORG-INTERNATIONAL","B-ORG-NATIONAL","I-ORG-NATIONAL",)"
+    R"("B-ORG-REGIONAL","I-ORG-REGIONAL"])";
+
+constexpr const char* standard_heads[] = {"EMAIL",       "USERNAME", "URL",     "PHONE",
+                                          "ACCOUNT",     "WALLET",   "CARD",    "NATIONAL_ID",
+                                          "PLATE",       "DOB",      "NETADDR", "POSTAL_CODE",
+                                          "CUSTOMER_ID", "SECRET",   "CODENAME"};
+
+void write_text(const fs::path& path, const std::string& text) {
+  std::ofstream(path, std::ios::trunc) << text;
+}
+
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+// Reads as it goes: a tokenizer of tens of megabytes needs neither a tree nor its text in memory.
+bool is_json(const fs::path& path) {
+  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "re"));
+  return file != nullptr && nlohmann::json::accept(file.get());
+}
+
+}  // namespace
+
+bool bundle_complete(const fs::path& bundle) {
+  return (path_exists(bundle / "model.fp32.onnx") || path_exists(bundle / "model.int8.onnx")) &&
+         path_exists(bundle / "tokenizer.json") && path_exists(bundle / "labels.json");
+}
+
+std::string labels_json(const ModelCard& card) {
+  const bool full = card.window >= full_window;
+  std::string text = full ? full_prefix : small_prefix;
+  text += detailed_heads;
+  if (full) {
+    for (const std::string head : standard_heads) {
+      text += ",\"" + head + "\":[\"O\",\"B-" + head + "-STD\",\"I-" + head + "-STD\"]";
+    }
+  }
+  return text + "}}\n";
+}
+
+std::string manifest_json(const ModelCard& card) {
+  std::string text =
+      R"({"model":")" + card.display_name + R"(","window":)" + std::to_string(card.window);
+  if (!card.segment.empty()) {
+    text += R"(,"segment":")" + card.segment + "\"";
+  }
+  return text + "}\n";
+}
+
+int finish_bundle(const ModelCard& card, const fs::path& bundle) {
+  write_text(bundle / "labels.json", labels_json(card));
+  write_text(bundle / "manifest.json", manifest_json(card));
+  if (!is_json(bundle / "tokenizer.json")) {
+    std::cerr << "tokenizer.json did not parse — delete " + bundle.string() + " and fetch again\n";
+    return status_failure;
+  }
+  std::cout << "done. activate it with: velun model use " + card.id + "\n";
+  return status_success;
+}
+
+}  // namespace velun

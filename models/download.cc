@@ -1,0 +1,177 @@
+#include "models/download.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <iostream>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "config/exit_status.h"
+#include "config/locations.h"
+#include "config/outside_locations.h"
+#include "daemon/execute.h"
+
+namespace fs = std::filesystem;
+
+namespace velun {
+namespace {
+
+// An open file descriptor, closed with its scope.
+class Descriptor {
+ public:
+  explicit Descriptor(int number) : number_(number) {}
+  ~Descriptor() {
+    if (number_ >= 0) {
+      close(number_);
+    }
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return number_; }
+
+ private:
+  int number_;
+};
+
+void remove_ignoring_errors(const fs::path& path) {
+  std::error_code ignored;
+  fs::remove(path, ignored);
+}
+
+// The file that carries the hub token to curl, so that it never stands on a command line; it is
+// gone with its scope. Whatever was at the path before is removed first: a link is not followed,
+// and nobody who opened an older, readable file can see the token appear in it.
+class TokenHeader {
+ public:
+  TokenHeader(fs::path path, const std::string& token) : path_(std::move(path)) {
+    remove_ignoring_errors(path_);
+    const Descriptor file(
+        open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+    // A file that could not be removed is made private before the token goes in. Whatever fails
+    // here leaves curl without the header, which the failing download then shows.
+    if (file.get() >= 0 && fchmod(file.get(), S_IRUSR | S_IWUSR) == 0) {
+      write_all(file.get(), "Authorization: Bearer " + token + "\n");
+    }
+  }
+  ~TokenHeader() { remove_ignoring_errors(path_); }
+  TokenHeader(const TokenHeader&) = delete;
+  TokenHeader& operator=(const TokenHeader&) = delete;
+  std::string path() const { return path_.string(); }
+
+ private:
+  static void write_all(int file, std::string_view text) {
+    while (!text.empty()) {
+      const ssize_t written = write(file, text.data(), text.size());
+      if (written < 0 && errno != EINTR) {
+        return;
+      }
+      text.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
+    }
+  }
+
+  fs::path path_;
+};
+
+// Runs in the child and never returns.
+[[noreturn]] void become_curl(pid_t parent, std::vector<std::string>& words) {
+  // A curl that outlived a killed velun would go on writing into the next run's file.
+  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  if (getppid() != parent) {
+    _exit(status_exec_failed);
+  }
+  execute(words);
+  _exit(status_exec_failed);
+}
+
+// The part of a URL between "://" and the next slash.
+std::string_view host_of(std::string_view url) {
+  url.remove_prefix(url.find("://") + 3);
+  return url.substr(0, url.find('/'));
+}
+
+void explain_gate(const ModelCard& card, const BundleFile& file) {
+  std::cerr << "\n" + card.display_name + " on " + std::string(host_of(hub_base_url)) +
+                   " is licence-gated. Either\n  1. wait for the Quorvane mirror (" +
+                   mirror_url(card, file) + "), or\n  2. sign in at " + hub_base_url +
+                   card.repository +
+                   ", accept the licence, create a READ token and run\n"
+                   "     VELUN_HF_TOKEN=hf_... velun model fetch\n";
+}
+
+int download_from_hub(const Config& config, const ModelCard& card, const BundleFile& file,
+                      const std::string& part) {
+  const std::string url = hub_url(card, file);
+  const char* token = std::getenv("VELUN_HF_TOKEN");
+  if (token != nullptr && *token != '\0') {
+    const TokenHeader header(state_dir_of(config) / ".hf-token.header", token);
+    return run_curl(url, part, header.path());
+  }
+  const int status = run_curl(url, part, "");
+  if (status != 0 && card.gated) {
+    explain_gate(card, file);
+  }
+  return status;
+}
+
+}  // namespace
+
+std::string size_text(std::int64_t bytes) {
+  if (bytes < 1'000'000'000) {
+    return std::to_string(bytes / 1'000'000) + " MB";
+  }
+  const std::int64_t tenths = bytes / 100'000'000;
+  return std::to_string(static_cast<double>(tenths) / 10.0) + " GB";
+}
+
+int run_curl(const std::string& url, const std::string& output, const std::string& header_file) {
+  std::vector<std::string> words = {"curl", "-L", "--fail", "--progress-bar", "--retry", "3"};
+  if (!header_file.empty()) {
+    words.insert(words.end(), {"-H", "@" + header_file});
+  }
+  words.insert(words.end(), {"-o", output, url});
+
+  const pid_t parent = getpid();
+  const pid_t pid = fork();
+  if (pid < 0) {
+    return status_failure;
+  }
+  if (pid == 0) {
+    become_curl(parent, words);
+  }
+  int status = 0;
+  waitpid(pid, &status, 0);
+  return WIFSIGNALED(status) ? status_failure : WEXITSTATUS(status);
+}
+
+bool download_file(const Config& config, const ModelCard& card, const BundleFile& file,
+                   const fs::path& bundle) {
+  const fs::path final_path = bundle / file.local_name;
+  std::error_code no_size;
+  // A directory has no size to ask for and counts as here, as it does for a complete bundle.
+  if (path_exists(final_path) && fs::file_size(final_path, no_size) != 0) {
+    std::cout << "  " + file.local_name + " — already here\n";
+    return true;
+  }
+  std::cout << "  " + file.local_name + " (~" + size_text(file.expected_size) + ")\n";
+  const std::string part = final_path.string() + ".part";
+  if (run_curl(mirror_url(card, file), part, "") != 0) {
+    remove_ignoring_errors(part);
+    if (download_from_hub(config, card, file, part) != 0) {
+      std::cerr << "download failed: " + file.remote_path + "\n";
+      remove_ignoring_errors(part);
+      return false;
+    }
+  }
+  fs::rename(part, final_path);
+  return true;
+}
+
+}  // namespace velun

@@ -1,0 +1,103 @@
+#include "models/model_commands.h"
+
+#include <filesystem>
+#include <iostream>
+
+#include "config/exit_status.h"
+#include "config/locations.h"
+#include "config/writer.h"
+#include "daemon/control_client.h"
+#include "models/bundle.h"
+#include "models/catalog.h"
+#include "models/download.h"
+
+namespace fs = std::filesystem;
+
+namespace velun {
+namespace {
+
+// Paths are compared as texts, not as places: a `model_dir` spelled another way is not marked.
+int list_models(const Config& config) {
+  const fs::path models_dir = models_dir_of(config);
+  std::string text;
+  std::error_code error;
+  const fs::directory_iterator end;
+  for (fs::directory_iterator entry(models_dir, error); entry != end; entry.increment(error)) {
+    std::error_code unknown_counts_as_missing;
+    if (!entry->is_directory(unknown_counts_as_missing)) {
+      continue;
+    }
+    text += (entry->path().string() == config.model_dir ? "* " : "  ") +
+            entry->path().filename().string() +
+            (bundle_complete(entry->path()) ? "" : "  (incomplete)") + "\n";
+  }
+  if (!config.model_dir.empty() && !config.model_dir.starts_with(models_dir.string())) {
+    text += "* " + config.model_dir + "  (external path)\n";
+  } else if (text.empty()) {
+    text = "no models — `velun model fetch` downloads one (~1.2 GB)\n";
+  }
+  std::cout << text;
+  return status_success;
+}
+
+int fetch_model(const Config& config, const std::string& argument) {
+  const ModelCard& card = model_catalog();
+  std::string variant = argument == "compact" ? "compact" : "full";
+  if (variant == "compact" && !card.has_compact) {
+    std::cout << card.display_name + " ships full size only; fetching that.\n";
+    variant = "full";
+  }
+  const fs::path bundle = models_dir_of(config) / card.id;
+  fs::create_directories(bundle);
+  std::cout << "fetching " + card.id + " (" + variant + ")\n";
+  for (const BundleFile& file : bundle_files(card, variant)) {
+    if (!download_file(config, card, file, bundle)) {
+      return status_failure;
+    }
+  }
+  return finish_bundle(card, bundle);
+}
+
+int use_model(Config config, const std::string& argument) {
+  if (argument.empty()) {
+    std::cerr << "usage: velun model use <id-or-path>\n";
+    return status_usage;
+  }
+  fs::path bundle = argument;
+  if (!path_exists(bundle)) {
+    bundle = models_dir_of(config) / argument;
+  }
+  if (!path_exists(bundle)) {
+    std::cerr << "no bundle at " + argument + " — `velun model list`\n";
+    return status_failure;
+  }
+  if (!bundle_complete(bundle)) {
+    std::cerr << bundle.string() + " is incomplete (needs a graph, tokenizer.json, labels.json)\n";
+    return status_failure;
+  }
+  config.model_dir = fs::absolute(bundle).string();
+  config.endpoint_url.clear();
+  save_config(config);
+  if (daemon_healthy(config.control_port)) {
+    std::cout << "restart to load it: velun restart\n";
+  }
+  return status_success;
+}
+
+}  // namespace
+
+int run_model_command(const Config& config, const std::string& word, const std::string& argument) {
+  if (word.empty() || word == "list") {
+    return list_models(config);
+  }
+  if (word == "fetch") {
+    return fetch_model(config, argument);
+  }
+  if (word == "use") {
+    return use_model(config, argument);
+  }
+  std::cerr << "usage: velun model [list|fetch [compact]|use <id>]\n";
+  return status_usage;
+}
+
+}  // namespace velun

@@ -1,0 +1,15 @@
+// `velun model`: lists the bundles, downloads the catalog's model, points the configuration at one.
+#pragma once
+
+#include <string>
+
+#include "config/config.h"
+
+namespace velun {
+
+/// Runs the sub-command `word` ("list" or empty, "fetch", "use") with its `argument`. Returns the
+/// exit status: 0, 1 when the operation failed, 2 for a wrong command line. Throws
+/// std::filesystem::filesystem_error when a directory cannot be created or a download not renamed.
+int run_model_command(const Config& config, const std::string& word, const std::string& argument);
+
+}  // namespace velun

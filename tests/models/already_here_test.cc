@@ -1,0 +1,100 @@
+// What stands at a file's final name decides whether it is downloaded.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "tests/models/fetch_fixture.h"
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+const std::string calibration_is_here =
+    "fetching velun-pii-m-v1.3 (full)\n"
+    "  tokenizer.json (~34 MB)\n"
+    "  calibration.json — already here\n"
+    "  model.fp32.onnx (~1.200000 GB)\n"
+    "done. activate it with: velun model use velun-pii-m-v1.3\n";
+
+class AlreadyHere : public Fetching {
+ protected:
+  AlreadyHere() { use_mirror(server.port()); }
+
+  void expect_calibration_left_alone() {
+    EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, calibration_is_here);
+    EXPECT_EQ(server.paths(), (std::vector<std::string>{tokenizer_path, graph_path}));
+  }
+
+  void expect_calibration_downloaded() {
+    EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, fresh_fetch);
+    EXPECT_EQ(server.paths(),
+              (std::vector<std::string>{tokenizer_path, calibration_path, graph_path}));
+    EXPECT_TRUE(fs::symlink_status(bundle() / "calibration.json").type() == fs::file_type::regular);
+    EXPECT_EQ(read_file(bundle() / "calibration.json"), calibration_body);
+  }
+
+  LoopbackServer server{0, serving(mirror_files)};
+};
+
+TEST_F(AlreadyHere, is_every_file_of_a_second_fetch) {
+  EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, fresh_fetch);
+  const Outcome again = sandbox.velun({"model", "fetch"});
+  EXPECT_EQ(again.out, second_fetch);
+  EXPECT_EQ(again.err, "");
+  EXPECT_EQ(again.status, 0);
+  EXPECT_EQ(server.requests().size(), 3U);
+}
+
+TEST_F(AlreadyHere, is_a_file_of_another_size_than_expected) {
+  put("calibration.json", "x");
+  expect_calibration_left_alone();
+  EXPECT_EQ(read_file(bundle() / "calibration.json"), "x");
+}
+
+TEST_F(AlreadyHere, is_not_a_file_of_size_zero) {
+  put("calibration.json", "");
+  expect_calibration_downloaded();
+}
+
+TEST_F(AlreadyHere, is_a_directory_at_the_final_name) {
+  fs::create_directories(bundle() / "calibration.json");
+  expect_calibration_left_alone();
+}
+
+TEST_F(AlreadyHere, is_a_link_to_a_file_that_holds_something) {
+  write_file(sandbox.root() / "elsewhere", "mine");
+  fs::create_directories(bundle());
+  fs::create_symlink(sandbox.root() / "elsewhere", bundle() / "calibration.json");
+  expect_calibration_left_alone();
+  EXPECT_EQ(read_file(bundle() / "calibration.json"), "mine");
+}
+
+TEST_F(AlreadyHere, is_not_a_link_to_an_empty_file_which_the_download_replaces) {
+  write_file(sandbox.root() / "elsewhere", "");
+  fs::create_directories(bundle());
+  fs::create_symlink(sandbox.root() / "elsewhere", bundle() / "calibration.json");
+  expect_calibration_downloaded();
+  EXPECT_EQ(read_file(sandbox.root() / "elsewhere"), "");
+}
+
+TEST_F(AlreadyHere, is_not_a_dangling_link_which_the_download_replaces) {
+  fs::create_directories(bundle());
+  fs::create_symlink(sandbox.root() / "nowhere", bundle() / "calibration.json");
+  expect_calibration_downloaded();
+  EXPECT_FALSE(fs::exists(sandbox.root() / "nowhere"));
+}
+
+TEST_F(AlreadyHere, is_a_file_that_may_not_be_read) {
+  put("calibration.json", "x");
+  fs::permissions(bundle() / "calibration.json", fs::perms::none);
+  expect_calibration_left_alone();
+}
+
+TEST_F(AlreadyHere, is_not_a_left_over_part) {
+  put("calibration.json.part", "half of");
+  expect_calibration_downloaded();
+}
+
+}  // namespace
+}  // namespace velun::test

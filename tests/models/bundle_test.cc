@@ -1,0 +1,139 @@
+#include "models/bundle.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <nlohmann/json.hpp>
+
+#include "tests/models/expected_files.h"
+#include "tests/support/sandbox.h"
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+ModelCard card_with_window(int window) {
+  ModelCard card = model_catalog();
+  card.window = window;
+  return card;
+}
+
+TEST(Labels, of_the_catalogs_model_are_the_nineteen_heads) {
+  EXPECT_EQ(labels_json(model_catalog()), nineteen_heads);
+}
+
+TEST(Labels, change_form_between_the_windows_1023_and_1024) {
+  EXPECT_EQ(labels_json(card_with_window(1023)), four_heads);
+  EXPECT_EQ(labels_json(card_with_window(1024)), nineteen_heads);
+  EXPECT_EQ(labels_json(card_with_window(1025)), nineteen_heads);
+}
+
+TEST(Labels, of_any_other_window_follow_the_same_border) {
+  EXPECT_EQ(labels_json(card_with_window(0)), four_heads);
+  EXPECT_EQ(labels_json(card_with_window(-1024)), four_heads);
+  EXPECT_EQ(labels_json(card_with_window(std::numeric_limits<int>::min())), four_heads);
+  EXPECT_EQ(labels_json(card_with_window(std::numeric_limits<int>::max())), nineteen_heads);
+}
+
+TEST(Labels, depend_on_nothing_but_the_window) {
+  ModelCard card;
+  card.window = 1024;
+  EXPECT_EQ(labels_json(card), nineteen_heads);
+  card = card_with_window(1023);
+  card.has_compact = true;
+  card.gated = false;
+  EXPECT_EQ(labels_json(card), four_heads);
+}
+
+TEST(Labels, are_json_in_both_forms) {
+  const auto nineteen = nlohmann::json::parse(labels_json(card_with_window(1024)), nullptr, false);
+  const auto four = nlohmann::json::parse(labels_json(card_with_window(1023)), nullptr, false);
+  EXPECT_EQ(nineteen["heads"].size(), 19U);
+  EXPECT_EQ(four["heads"].size(), 4U);
+}
+
+TEST(Manifest, of_the_catalogs_model_has_three_members) {
+  EXPECT_EQ(manifest_json(model_catalog()),
+            "{\"model\":\"Velun 1.3\",\"window\":1024,\"segment\":\"union\"}\n");
+}
+
+TEST(Manifest, of_a_card_without_a_segment_has_two_members) {
+  ModelCard card = model_catalog();
+  card.segment = "";
+  EXPECT_EQ(manifest_json(card), "{\"model\":\"Velun 1.3\",\"window\":1024}\n");
+}
+
+TEST(Manifest, takes_every_value_from_the_card_as_it_stands) {
+  ModelCard card;
+  EXPECT_EQ(manifest_json(card), "{\"model\":\"\",\"window\":0}\n");
+  card.display_name = "a \"b\" \\c";
+  card.window = -7;
+  card.segment = "x\"\ty";
+  EXPECT_EQ(manifest_json(card),
+            "{\"model\":\"a \"b\" \\c\",\"window\":-7,\"segment\":\"x\"\ty\"}\n");
+}
+
+class Completeness : public ::testing::Test {
+ protected:
+  // The directory with exactly these empty files.
+  fs::path with(const std::vector<std::string>& names) {
+    fs::remove_all(bundle);
+    fs::create_directory(bundle);
+    for (const std::string& name : names) {
+      write_file(bundle / name, "");
+    }
+    return bundle;
+  }
+
+  Sandbox sandbox;
+  fs::path bundle = sandbox.root() / "bundle";
+};
+
+TEST_F(Completeness, takes_one_graph_the_tokenizer_and_the_labels) {
+  EXPECT_TRUE(bundle_complete(with({"model.fp32.onnx", "tokenizer.json", "labels.json"})));
+  EXPECT_TRUE(bundle_complete(with({"model.int8.onnx", "tokenizer.json", "labels.json"})));
+  EXPECT_TRUE(bundle_complete(
+      with({"model.fp32.onnx", "model.int8.onnx", "tokenizer.json", "labels.json"})));
+}
+
+TEST_F(Completeness, fails_when_any_part_is_missing) {
+  EXPECT_FALSE(bundle_complete(with({"tokenizer.json", "labels.json"})));
+  EXPECT_FALSE(bundle_complete(with({"model.fp32.onnx", "labels.json"})));
+  EXPECT_FALSE(bundle_complete(with({"model.int8.onnx", "labels.json"})));
+  EXPECT_FALSE(bundle_complete(with({"model.fp32.onnx", "tokenizer.json"})));
+  EXPECT_FALSE(bundle_complete(with({"model.int8.onnx", "tokenizer.json"})));
+  EXPECT_FALSE(bundle_complete(with({})));
+}
+
+TEST_F(Completeness, does_not_need_the_calibration_or_the_manifest_nor_is_helped_by_them) {
+  EXPECT_FALSE(bundle_complete(with({"calibration.json", "manifest.json", "labels.json"})));
+  EXPECT_FALSE(bundle_complete(
+      with({"model.fp32.onnx.part", "model.onnx", "tokenizer.json", "labels.json"})));
+}
+
+TEST_F(Completeness, fails_without_a_directory) {
+  EXPECT_FALSE(bundle_complete(sandbox.root() / "missing"));
+  write_file(sandbox.root() / "file", "");
+  EXPECT_FALSE(bundle_complete(sandbox.root() / "file"));
+  EXPECT_FALSE(bundle_complete(sandbox.root() / std::string(300, 'x')));
+}
+
+TEST_F(Completeness, counts_directories_as_parts) {
+  with({});
+  for (const char* name : {"model.fp32.onnx", "tokenizer.json", "labels.json"}) {
+    fs::create_directory(bundle / name);
+  }
+  EXPECT_TRUE(bundle_complete(bundle));
+}
+
+TEST_F(Completeness, counts_links_by_what_they_lead_to) {
+  with({"model.int8.onnx", "labels.json"});
+  fs::create_symlink("nowhere", bundle / "tokenizer.json");
+  EXPECT_FALSE(bundle_complete(bundle));
+  write_file(bundle / "nowhere", "");
+  EXPECT_TRUE(bundle_complete(bundle));
+}
+
+}  // namespace
+}  // namespace velun::test

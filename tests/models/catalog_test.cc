@@ -1,0 +1,152 @@
+#include "models/catalog.h"
+
+#include <gtest/gtest.h>
+
+#include <tuple>
+
+#include "config/outside_locations.h"
+#include "tests/support/environment_variable.h"
+
+namespace velun::test {
+namespace {
+
+using File = std::tuple<std::string, std::string, std::int64_t>;
+
+std::vector<File> files_of(const ModelCard& card, const std::string& variant) {
+  std::vector<File> files;
+  for (const BundleFile& file : bundle_files(card, variant)) {
+    files.emplace_back(file.remote_path, file.local_name, file.expected_size);
+  }
+  return files;
+}
+
+const std::vector<File> full_download = {
+    {"tokenizer/tokenizer.json", "tokenizer.json", 34400000},
+    {"calibration.json", "calibration.json", 400},
+    {"quant/model-fp32.onnx", "model.fp32.onnx", 1231000000},
+};
+
+const std::vector<File> compact_download = {
+    {"tokenizer/tokenizer.json", "tokenizer.json", 34400000},
+    {"calibration.json", "calibration.json", 400},
+    {"quant/model-q8.onnx", "model.int8.onnx", 309000000},
+};
+
+ModelCard card_with_compact() {
+  ModelCard card = model_catalog();
+  card.has_compact = true;
+  return card;
+}
+
+const BundleFile tokenizer{"tokenizer/tokenizer.json", "tokenizer.json", 34400000};
+const BundleFile calibration{"calibration.json", "calibration.json", 400};
+
+TEST(Catalog, holds_the_one_model_field_by_field) {
+  const ModelCard& card = model_catalog();
+  EXPECT_EQ(card.id, "velun-pii-m-v1.3");
+  EXPECT_EQ(card.repository, "quorvane/velun-pii-m-v1.3");
+  EXPECT_EQ(card.revision, "main");
+  EXPECT_EQ(card.display_name, "Velun 1.3");
+  EXPECT_EQ(card.window, 1024);
+  EXPECT_FALSE(card.has_compact);
+  EXPECT_TRUE(card.gated);
+  EXPECT_EQ(card.segment, "union");
+}
+
+TEST(Catalog, hands_out_the_same_record_every_time) {
+  EXPECT_EQ(&model_catalog(), &model_catalog());
+}
+
+TEST(BundleFiles, of_the_full_variant_are_three_with_the_full_size_graph_last) {
+  EXPECT_EQ(files_of(model_catalog(), "full"), full_download);
+}
+
+TEST(BundleFiles, of_the_compact_variant_stay_full_size_when_the_card_has_no_compact_graph) {
+  EXPECT_EQ(files_of(model_catalog(), "compact"), full_download);
+}
+
+TEST(BundleFiles, of_the_compact_variant_end_with_the_compact_graph_when_the_card_has_one) {
+  EXPECT_EQ(files_of(card_with_compact(), "compact"), compact_download);
+}
+
+TEST(BundleFiles, of_any_other_word_are_the_full_variant) {
+  for (const char* word :
+       {"full", "", "Compact", "COMPACT", "compact ", " compact", "compac", "q8"}) {
+    EXPECT_EQ(files_of(card_with_compact(), word), full_download) << '"' << word << '"';
+  }
+}
+
+TEST(HubUrl, is_the_base_the_repository_the_revision_and_the_remote_path) {
+  const std::string base = hub_base_url;
+  EXPECT_EQ(hub_url(model_catalog(), tokenizer),
+            base + "quorvane/velun-pii-m-v1.3/resolve/main/tokenizer/tokenizer.json");
+  EXPECT_EQ(hub_url(model_catalog(), calibration),
+            base + "quorvane/velun-pii-m-v1.3/resolve/main/calibration.json");
+}
+
+TEST(HubUrl, takes_repository_and_revision_from_the_card) {
+  ModelCard card;
+  card.id = "some-id";
+  card.repository = "owner/name";
+  card.revision = "v2";
+  EXPECT_EQ(hub_url(card, {"a/b.bin", "c.bin", 1}),
+            std::string(hub_base_url) + "owner/name/resolve/v2/a/b.bin");
+}
+
+TEST(HubUrl, ignores_the_mirror_of_the_environment) {
+  const EnvironmentVariable mirror("VELUN_MODEL_MIRROR", "http://127.0.0.1:1");
+  EXPECT_EQ(hub_url(model_catalog(), calibration),
+            std::string(hub_base_url) + "quorvane/velun-pii-m-v1.3/resolve/main/calibration.json");
+}
+
+TEST(MirrorUrl, starts_with_the_makers_mirror_when_the_environment_names_none) {
+  const EnvironmentVariable mirror("VELUN_MODEL_MIRROR", nullptr);
+  EXPECT_EQ(mirror_url(model_catalog(), tokenizer),
+            std::string(mirror_base_url) + "/velun-pii-m-v1.3/tokenizer/tokenizer.json");
+}
+
+TEST(MirrorUrl, starts_with_the_makers_mirror_when_the_environment_names_an_empty_one) {
+  const EnvironmentVariable mirror("VELUN_MODEL_MIRROR", "");
+  EXPECT_EQ(mirror_url(model_catalog(), tokenizer),
+            std::string(mirror_base_url) + "/velun-pii-m-v1.3/tokenizer/tokenizer.json");
+}
+
+TEST(MirrorUrl, loses_every_slash_at_the_end_of_the_base_and_nothing_else) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"http://127.0.0.1:9", "http://127.0.0.1:9/velun-pii-m-v1.3/calibration.json"},
+      {"http://127.0.0.1:9/", "http://127.0.0.1:9/velun-pii-m-v1.3/calibration.json"},
+      {"http://127.0.0.1:9/a//b///", "http://127.0.0.1:9/a//b/velun-pii-m-v1.3/calibration.json"},
+      {"https://m.invalid/x///", "https://m.invalid/x/velun-pii-m-v1.3/calibration.json"},
+      {"no url at all", "no url at all/velun-pii-m-v1.3/calibration.json"},
+      {" ", " /velun-pii-m-v1.3/calibration.json"},
+      {"/ ", "/ /velun-pii-m-v1.3/calibration.json"},
+      {"/", "/velun-pii-m-v1.3/calibration.json"},
+      {"///", "/velun-pii-m-v1.3/calibration.json"},
+  };
+  for (const auto& [base, url] : cases) {
+    const EnvironmentVariable mirror("VELUN_MODEL_MIRROR", base.c_str());
+    EXPECT_EQ(mirror_url(model_catalog(), calibration), url) << base;
+  }
+}
+
+TEST(MirrorUrl, takes_the_folder_from_the_cards_id) {
+  const EnvironmentVariable mirror("VELUN_MODEL_MIRROR", "http://127.0.0.1:9");
+  ModelCard card = model_catalog();
+  card.id = "another";
+  EXPECT_EQ(mirror_url(card, calibration), "http://127.0.0.1:9/another/calibration.json");
+}
+
+TEST(MakersMirror, is_an_https_url_with_its_fixed_path_and_no_slash_at_the_end) {
+  const std::string base = mirror_base_url;
+  EXPECT_TRUE(base.starts_with("https://")) << base;
+  EXPECT_TRUE(base.ends_with("/apps/connector/models")) << base;
+}
+
+TEST(ModelHub, is_an_https_url_with_a_slash_at_the_end) {
+  const std::string base = hub_base_url;
+  EXPECT_TRUE(base.starts_with("https://")) << base;
+  EXPECT_TRUE(base.ends_with("/")) << base;
+}
+
+}  // namespace
+}  // namespace velun::test

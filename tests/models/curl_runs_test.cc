@@ -1,0 +1,313 @@
+// What a scripted curl shows: how it is called, and what becomes of ways to end that the real one
+// cannot be brought to.
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <iostream>
+#include <sstream>
+
+#include "models/download.h"
+#include "tests/models/fetch_fixture.h"
+#include "tests/support/environment_variable.h"
+#include "tests/support/scripted_program.h"
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+using Words = std::vector<std::string>;
+
+class CurlRuns : public Fetching {
+ protected:
+  // Puts a scripted curl where the real one is looked for.
+  ScriptedProgram scripted(const std::string& steps) {
+    use_path(sandbox.root() / "bin");
+    return ScriptedProgram(sandbox.root() / "bin/curl", steps);
+  }
+
+  std::vector<Words> vectors_of(const ScriptedProgram& curl) {
+    std::vector<Words> vectors;
+    for (const RecordedRun& run : curl.runs()) {
+      vectors.push_back(run.argv);
+    }
+    return vectors;
+  }
+
+  Words mirror_run(const std::string& remote_path, const std::string& local_name) {
+    return {"curl",
+            "-L",
+            "--fail",
+            "--progress-bar",
+            "--retry",
+            "3",
+            "-o",
+            (bundle() / (local_name + ".part")).string(),
+            mirror + "/velun-pii-m-v1.3/" + remote_path};
+  }
+
+  Words hub_run(const std::string& remote_path, const std::string& local_name) {
+    Words words = mirror_run(remote_path, local_name);
+    words.back() = hub_base_url + ("quorvane/velun-pii-m-v1.3/resolve/main/" + remote_path);
+    return words;
+  }
+
+  Words hub_run_with_token(const std::string& remote_path, const std::string& local_name) {
+    Words words = hub_run(remote_path, local_name);
+    words.insert(words.begin() + 6, {"-H", header_word()});
+    return words;
+  }
+
+  void expect_failure_of_both(const Outcome& run) {
+    EXPECT_EQ(run.out, failed_fetch);
+    EXPECT_EQ(run.err, access_message("tokenizer/tokenizer.json") +
+                           "download failed: tokenizer/tokenizer.json\n");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(names_in(bundle()), Words{});
+  }
+
+  void expect_failure_with_token(const Outcome& run) {
+    EXPECT_EQ(run.out, failed_fetch);
+    EXPECT_EQ(run.err, "download failed: tokenizer/tokenizer.json\n");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(names_in(sandbox.state_dir()), Words{"models"});
+  }
+};
+
+TEST_F(CurlRuns, have_nine_words_for_the_mirror) {
+  const ScriptedProgram curl = scripted("output []");
+  EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, fresh_fetch);
+  EXPECT_EQ(vectors_of(curl),
+            (std::vector<Words>{mirror_run("tokenizer/tokenizer.json", "tokenizer.json"),
+                                mirror_run("calibration.json", "calibration.json"),
+                                mirror_run("quant/model-fp32.onnx", "model.fp32.onnx")}));
+  EXPECT_EQ(curl.runs().at(0).argv.size(), 9U);
+}
+
+TEST_F(CurlRuns, have_nine_words_for_the_hub_without_a_token) {
+  const ScriptedProgram curl = scripted("exit 22");
+  expect_failure_of_both(sandbox.velun({"model", "fetch"}));
+  EXPECT_EQ(vectors_of(curl),
+            (std::vector<Words>{mirror_run("tokenizer/tokenizer.json", "tokenizer.json"),
+                                hub_run("tokenizer/tokenizer.json", "tokenizer.json")}));
+}
+
+TEST_F(CurlRuns, have_eleven_words_for_the_hub_with_a_token) {
+  const ScriptedProgram curl = scripted("exit 22");
+  use_token("hf_secret");
+  expect_failure_with_token(sandbox.velun({"model", "fetch"}));
+  EXPECT_EQ(vectors_of(curl),
+            (std::vector<Words>{mirror_run("tokenizer/tokenizer.json", "tokenizer.json"),
+                                hub_run_with_token("tokenizer/tokenizer.json", "tokenizer.json")}));
+  EXPECT_EQ(curl.runs().at(1).argv.size(), 11U);
+}
+
+TEST_F(CurlRuns, go_to_the_hub_for_just_the_file_that_the_mirror_lacks) {
+  const ScriptedProgram curl = scripted("fail-on velun-pii-m-v1.3/calibration.json\noutput []");
+  EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, fresh_fetch);
+  EXPECT_EQ(vectors_of(curl),
+            (std::vector<Words>{mirror_run("tokenizer/tokenizer.json", "tokenizer.json"),
+                                mirror_run("calibration.json", "calibration.json"),
+                                hub_run("calibration.json", "calibration.json"),
+                                mirror_run("quant/model-fp32.onnx", "model.fp32.onnx")}));
+}
+
+TEST_F(CurlRuns, pass_on_bytes_of_paths_and_urls_as_they_are) {
+  sandbox.configure("state_dir: \"" + sandbox.root().string() + "/a b'c\xff $x\"\n");
+  sandbox.environment["VELUN_MODEL_MIRROR"] = "http://127.0.0.1:1/ \xfe$(x)*/";
+  const ScriptedProgram curl = scripted("output []");
+  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  const Words words = curl.runs().at(0).argv;
+  EXPECT_EQ(words.at(7),
+            sandbox.root().string() + "/a b'c\xff $x/models/velun-pii-m-v1.3/tokenizer.json.part");
+  EXPECT_EQ(words.at(8), "http://127.0.0.1:1/ \xfe$(x)*/velun-pii-m-v1.3/tokenizer/tokenizer.json");
+}
+
+TEST_F(CurlRuns, start_with_a_slash_when_the_mirror_is_nothing_but_slashes) {
+  sandbox.environment["VELUN_MODEL_MIRROR"] = "///";
+  const ScriptedProgram curl = scripted("output []");
+  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  EXPECT_EQ(curl.runs().at(0).argv.at(8), "/velun-pii-m-v1.3/tokenizer/tokenizer.json");
+}
+
+TEST_F(CurlRuns, use_the_makers_mirror_when_the_environment_names_an_empty_one) {
+  sandbox.environment["VELUN_MODEL_MIRROR"] = "";
+  const ScriptedProgram curl = scripted("output []");
+  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  EXPECT_EQ(curl.runs().at(0).argv.at(8),
+            std::string(mirror_base_url) + "/velun-pii-m-v1.3/tokenizer/tokenizer.json");
+}
+
+TEST_F(CurlRuns, stay_in_the_session_and_on_the_streams_of_the_user) {
+  const ScriptedProgram curl = scripted("output []\nprint curl says\ncomplain curl complains");
+  const Outcome run = sandbox.velun({"model", "fetch"});
+  EXPECT_EQ(run.err, "curl complains\ncurl complains\ncurl complains\n");
+  EXPECT_EQ(run.out,
+            "fetching velun-pii-m-v1.3 (full)\n"
+            "  tokenizer.json (~34 MB)\n"
+            "curl says\n"
+            "  calibration.json (~0 MB)\n"
+            "curl says\n"
+            "  model.fp32.onnx (~1.200000 GB)\n"
+            "curl says\n"
+            "done. activate it with: velun model use velun-pii-m-v1.3\n");
+  EXPECT_EQ(curl.runs().at(0).session, getsid(0));
+}
+
+TEST_F(CurlRuns, come_after_the_lines_that_announce_them_when_both_streams_are_one) {
+  const ScriptedProgram curl = scripted("complain curl: no\nexit 22");
+  RunOptions options;
+  options.one_output = true;
+  EXPECT_EQ(sandbox.velun({"model", "fetch"}, options).out,
+            failed_fetch + "curl: no\ncurl: no\n" + access_message("tokenizer/tokenizer.json") +
+                "download failed: tokenizer/tokenizer.json\n");
+}
+
+TEST_F(CurlRuns, that_a_signal_ends_count_as_failed) {
+  const ScriptedProgram curl = scripted("output half\nkill 9");
+  expect_failure_of_both(sandbox.velun({"model", "fetch"}));
+  EXPECT_EQ(curl.runs().size(), 2U);
+}
+
+TEST_F(CurlRuns, that_a_signal_ends_leave_no_header_file) {
+  const ScriptedProgram curl = scripted("kill 9");
+  use_token("hf_secret");
+  expect_failure_with_token(sandbox.velun({"model", "fetch"}));
+}
+
+TEST_F(CurlRuns, that_fail_leave_no_header_file) {
+  const ScriptedProgram curl = scripted("output half\nexit 56");
+  use_token("hf_secret");
+  expect_failure_with_token(sandbox.velun({"model", "fetch"}));
+}
+
+TEST_F(CurlRuns, without_a_curl_on_the_search_path_count_as_failed) {
+  use_path(sandbox.root() / "empty");
+  expect_failure_of_both(sandbox.velun({"model", "fetch"}));
+}
+
+TEST_F(CurlRuns, without_a_curl_on_the_search_path_leave_no_header_file) {
+  use_path(sandbox.root() / "empty");
+  use_token("hf_secret");
+  expect_failure_with_token(sandbox.velun({"model", "fetch"}));
+}
+
+TEST_F(CurlRuns, that_cannot_be_forked_count_as_failed) {
+  // The leak check of a sanitizer build would want a process of its own.
+  sandbox.environment["ASAN_OPTIONS"] = "detect_leaks=0";
+  RunOptions options;
+  options.as_nobody = true;
+  options.in_child = [] {
+    const rlimit no_processes{0, 0};
+    setrlimit(RLIMIT_NPROC, &no_processes);
+  };
+  const ScriptedProgram curl = scripted("output []");
+  expect_failure_of_both(sandbox.velun({"model", "fetch"}, options));
+  EXPECT_EQ(curl.runs().size(), 0U);
+}
+
+TEST_F(CurlRuns, that_succeed_without_a_file_end_velun_through_the_failing_rename) {
+  const ScriptedProgram curl = scripted("exit 0");
+  const Outcome run = sandbox.velun({"model", "fetch"});
+  EXPECT_EQ(run.signal, SIGABRT);
+  EXPECT_EQ(run.out, failed_fetch);
+  EXPECT_EQ(curl.runs().size(), 1U);
+}
+
+TEST_F(CurlRuns, are_waited_for_when_velun_is_started_with_its_children_ignored) {
+  const ScriptedProgram curl = scripted("exit 22");
+  RunOptions options;
+  options.in_child = [] { signal(SIGCHLD, SIG_IGN); };
+  expect_failure_of_both(sandbox.velun({"model", "fetch"}, options));
+}
+
+class RunCurl : public ::testing::Test {
+ protected:
+  int status_of(const std::string& steps) {
+    const ScriptedProgram curl(sandbox.root() / "bin/curl", steps);
+    return run_curl("http://127.0.0.1:1/x", (sandbox.root() / "x").string(), "");
+  }
+
+  Sandbox sandbox;
+  EnvironmentVariable path{"PATH", (sandbox.root() / "bin").c_str()};
+};
+
+TEST_F(RunCurl, returns_the_exit_code) {
+  for (const int code : {0, 1, 2, 22, 126, 127, 128, 255}) {
+    EXPECT_EQ(status_of("exit " + std::to_string(code)), code);
+  }
+}
+
+TEST_F(RunCurl, returns_one_for_every_signal) {
+  for (const int number : {SIGHUP, SIGINT, SIGKILL, SIGSEGV, SIGTERM}) {
+    EXPECT_EQ(status_of("kill " + std::to_string(number)), 1) << number;
+  }
+}
+
+TEST_F(RunCurl, returns_127_when_there_is_no_curl) {
+  EXPECT_EQ(run_curl("http://127.0.0.1:1/x", (sandbox.root() / "x").string(), ""), 127);
+}
+
+TEST_F(RunCurl, returns_127_when_curl_cannot_be_executed) {
+  write_file(sandbox.root() / "bin/curl", "not a program");
+  EXPECT_EQ(run_curl("http://127.0.0.1:1/x", (sandbox.root() / "x").string(), ""), 127);
+}
+
+TEST_F(RunCurl, waits_as_long_as_curl_takes) {
+  EXPECT_EQ(status_of("sleep 700\nexit 7"), 7);
+}
+
+TEST_F(RunCurl, puts_the_header_file_before_the_output_and_the_url_last) {
+  const ScriptedProgram curl(sandbox.root() / "bin/curl", "");
+  EXPECT_EQ(run_curl("http://127.0.0.1:1/y", "/out put", "/head er"), 0);
+  EXPECT_EQ(curl.runs().at(0).argv,
+            (Words{"curl", "-L", "--fail", "--progress-bar", "--retry", "3", "-H", "@/head er",
+                   "-o", "/out put", "http://127.0.0.1:1/y"}));
+}
+
+TEST_F(RunCurl, takes_the_first_curl_on_the_search_path) {
+  const ScriptedProgram first(sandbox.root() / "first/curl", "exit 11");
+  const ScriptedProgram second(sandbox.root() / "second/curl", "exit 12");
+  const std::string root = sandbox.root().string();
+  const EnvironmentVariable both(
+      "PATH", std::string(root).append("/none:" + root + "/first:" + root + "/second").c_str());
+  EXPECT_EQ(run_curl("http://127.0.0.1:1/x", (sandbox.root() / "x").string(), ""), 11);
+}
+
+class OneDownload : public RunCurl {
+ protected:
+  // Tries the calibration of this card where every curl fails; returns standard error.
+  std::string errors_of_failing(const Config& config, const ModelCard& card) {
+    const std::ostringstream errors;
+    std::streambuf* screen = std::cerr.rdbuf(errors.rdbuf());
+    EXPECT_FALSE(download_file(config, card, bundle_files(card, "full")[1], sandbox.root()));
+    std::cerr.rdbuf(screen);
+    return errors.str();
+  }
+
+  EnvironmentVariable server{"VELUN_MODEL_MIRROR", "http://127.0.0.1:1"};
+  ScriptedProgram curl{sandbox.root() / "bin/curl", "exit 22"};
+};
+
+TEST_F(OneDownload, has_no_explanation_for_a_model_that_is_not_gated) {
+  const EnvironmentVariable token("VELUN_HF_TOKEN", nullptr);
+  ModelCard card = model_catalog();
+  card.gated = false;
+  EXPECT_EQ(errors_of_failing({}, card), "download failed: calibration.json\n");
+  EXPECT_EQ(curl.runs().size(), 2U);
+}
+
+TEST_F(OneDownload, still_names_the_header_file_when_there_is_no_directory_for_it) {
+  const EnvironmentVariable token("VELUN_HF_TOKEN", "hf_secret");
+  Config config;
+  config.state_dir = (sandbox.root() / "missing").string();
+  EXPECT_EQ(errors_of_failing(config, model_catalog()), "download failed: calibration.json\n");
+  ASSERT_EQ(curl.runs().size(), 2U);
+  EXPECT_EQ(curl.runs()[1].argv.at(7),
+            std::string("@").append(config.state_dir).append("/.hf-token.header"));
+  EXPECT_FALSE(fs::exists(config.state_dir));
+}
+
+}  // namespace
+}  // namespace velun::test

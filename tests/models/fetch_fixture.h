@@ -1,0 +1,137 @@
+// A home in which a fetch reaches nothing but loopback: the mirror and the hub are closed ports
+// until a test names servers of its own, and curl keeps quiet, so that standard error is velun's.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <map>
+#include <string>
+#include <utility>
+
+#include "config/outside_locations.h"
+#include "tests/support/loopback_server.h"
+#include "tests/support/sandbox.h"
+
+namespace velun::test {
+
+/// What a server has: path of the request, body of the answer.
+using Files = std::map<std::string, std::string>;
+
+/// Answers with the files, and with 404 to any other path.
+inline LoopbackServer::Handler serving(Files files) {
+  return [files = std::move(files)](const std::string& request) {
+    const auto file = files.find(path_of(request));
+    return file == files.end() ? answer(404, "") : answer(200, file->second);
+  };
+}
+
+/// The part of a URL behind "://" that names host and port.
+inline std::string authority_of(const std::string& url) {
+  const std::size_t begin = url.find("://") + 3;
+  return url.substr(begin, url.find('/', begin) - begin);
+}
+
+/// The path on the hub's server of a file of the catalog's model.
+inline std::string on_hub(const std::string& remote_path) {
+  const std::string base = hub_base_url;
+  return base.substr(base.find('/', base.find("://") + 3)) +
+         "quorvane/velun-pii-m-v1.3/resolve/main/" + remote_path;
+}
+
+inline const std::string tokenizer_path = "/velun-pii-m-v1.3/tokenizer/tokenizer.json";
+inline const std::string calibration_path = "/velun-pii-m-v1.3/calibration.json";
+inline const std::string graph_path = "/velun-pii-m-v1.3/quant/model-fp32.onnx";
+
+inline const std::string tokenizer_body = R"({"version": "1.0", "model": {"vocab": {"a": 0}}})";
+inline const std::string calibration_body = R"({"bias": 0.5})";
+inline const std::string graph_body = std::string("graph \0 bytes \xff\n", 16);
+
+inline const Files mirror_files = {{tokenizer_path, tokenizer_body},
+                                   {calibration_path, calibration_body},
+                                   {graph_path, graph_body}};
+
+inline const Files hub_files = {{on_hub("tokenizer/tokenizer.json"), tokenizer_body},
+                                {on_hub("calibration.json"), calibration_body},
+                                {on_hub("quant/model-fp32.onnx"), graph_body}};
+
+/// Standard output of a fetch into an empty home.
+inline const std::string fresh_fetch =
+    "fetching velun-pii-m-v1.3 (full)\n"
+    "  tokenizer.json (~34 MB)\n"
+    "  calibration.json (~0 MB)\n"
+    "  model.fp32.onnx (~1.200000 GB)\n"
+    "done. activate it with: velun model use velun-pii-m-v1.3\n";
+
+/// Standard output of a fetch that finds all three files.
+inline const std::string second_fetch =
+    "fetching velun-pii-m-v1.3 (full)\n"
+    "  tokenizer.json — already here\n"
+    "  calibration.json — already here\n"
+    "  model.fp32.onnx — already here\n"
+    "done. activate it with: velun model use velun-pii-m-v1.3\n";
+
+/// Standard output of a fetch whose first file fails.
+inline const std::string failed_fetch =
+    "fetching velun-pii-m-v1.3 (full)\n"
+    "  tokenizer.json (~34 MB)\n";
+
+class Fetching : public ::testing::Test {
+ protected:
+  Fetching() {
+    sandbox.configure();
+    use_mirror(closed.number());
+    use_hub(closed.number());
+  }
+
+  std::filesystem::path bundle() const { return sandbox.models_dir() / "velun-pii-m-v1.3"; }
+  std::filesystem::path header_file() const { return sandbox.state_dir() / ".hf-token.header"; }
+  /// How curl is told to read it.
+  std::string header_word() const { return std::string("@").append(header_file().string()); }
+
+  void use_mirror(int port) {
+    mirror = "http://127.0.0.1:" + std::to_string(port);
+    sandbox.environment["VELUN_MODEL_MIRROR"] = mirror;
+  }
+
+  /// Sends curl to this port of 127.0.0.1 for the hub; the maker's own mirror is never reachable.
+  void use_hub(int port, const std::string& more = "silent\n") {
+    write_file(sandbox.home() / ".curlrc",
+               "cacert = \"" VELUN_HUB_CERTIFICATE "\"\nconnect-to = \"" +
+                   authority_of(hub_base_url) + ":443:127.0.0.1:" + std::to_string(port) +
+                   "\"\nconnect-to = \"" + authority_of(mirror_base_url) +
+                   ":443:127.0.0.1:" + std::to_string(closed.number()) + "\"\n" + more);
+  }
+
+  /// Makes curl whatever program, or none, is in that directory.
+  void use_path(const std::filesystem::path& directory) {
+    std::filesystem::create_directories(directory);
+    sandbox.environment["PATH"] = directory;
+  }
+
+  void use_token(const std::string& token) { sandbox.environment["VELUN_HF_TOKEN"] = token; }
+
+  /// Puts a file of the bundle in place before the fetch.
+  void put(const std::string& name, const std::string& content) const {
+    write_file(bundle() / name, content);
+  }
+
+  /// What standard error says of a refusing hub when there was no token.
+  std::string access_message(const std::string& remote_path) const {
+    return "\nVelun 1.3 on " + authority_of(hub_base_url) +
+           " is licence-gated. Either\n"
+           "  1. wait for the Quorvane mirror (" +
+           mirror + "/velun-pii-m-v1.3/" + remote_path +
+           "), or\n"
+           "  2. sign in at " +
+           std::string(hub_base_url) +
+           "quorvane/velun-pii-m-v1.3, accept the licence, create a READ token and run\n"
+           "     VELUN_HF_TOKEN=hf_... velun model fetch\n";
+  }
+
+  Sandbox sandbox;
+  ReservedPort closed;
+  std::string mirror;
+};
+
+}  // namespace velun::test

@@ -1,0 +1,255 @@
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "tests/support/sandbox.h"
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+const std::string no_models = "no models — `velun model fetch` downloads one (~1.2 GB)\n";
+const std::string usage = "usage: velun model [list|fetch [compact]|use <id>]\n";
+
+class ModelList : public ::testing::Test {
+ protected:
+  ModelList() { sandbox.configure(); }
+
+  fs::path models() const { return sandbox.models_dir(); }
+
+  void add_complete(const fs::path& bundle) {
+    for (const char* name : {"model.int8.onnx", "tokenizer.json", "labels.json"}) {
+      write_file(bundle / name, "");
+    }
+  }
+
+  void use(const std::string& model_dir) {
+    sandbox.configure("model_dir: \"" + model_dir + "\"\n");
+  }
+
+  // The listing, which never fails and never complains.
+  std::string list() {
+    const Outcome run = sandbox.velun({"model", "list"});
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.status, 0);
+    return run.out;
+  }
+
+  Sandbox sandbox;
+};
+
+TEST_F(ModelList, shows_a_complete_bundle_by_its_name) {
+  add_complete(models() / "one");
+  EXPECT_EQ(list(), "  one\n");
+}
+
+TEST_F(ModelList, says_which_bundle_is_incomplete) {
+  fs::create_directories(models() / "one");
+  EXPECT_EQ(list(), "  one  (incomplete)\n");
+}
+
+TEST_F(ModelList, is_what_the_command_does_without_a_word) {
+  add_complete(models() / "one");
+  const Outcome run = sandbox.velun({"model"});
+  EXPECT_EQ(run.out, "  one\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(sandbox.velun({"model", ""}).out, "  one\n");
+}
+
+TEST_F(ModelList, ignores_further_words) {
+  add_complete(models() / "one");
+  EXPECT_EQ(sandbox.velun({"model", "list", "two", "three"}).out, "  one\n");
+}
+
+TEST_F(ModelList, marks_the_bundle_in_use) {
+  add_complete(models() / "one");
+  use((models() / "one").string());
+  EXPECT_EQ(list(), "* one\n");
+}
+
+TEST_F(ModelList, marks_an_incomplete_bundle_in_use) {
+  fs::create_directories(models() / "one");
+  use((models() / "one").string());
+  EXPECT_EQ(list(), "* one  (incomplete)\n");
+}
+
+TEST_F(ModelList, marks_no_bundle_when_the_setting_ends_in_a_slash) {
+  add_complete(models() / "one");
+  use((models() / "one").string() + "/");
+  EXPECT_EQ(list(), "  one\n");
+}
+
+TEST_F(ModelList, compares_the_setting_as_text_not_as_a_place) {
+  add_complete(models() / "one");
+  for (const std::string& other :
+       {(models() / "." / "one").string(), models().string() + "//one",
+        (models() / "one").string() + "/../one", (models() / "One").string()}) {
+    use(other);
+    EXPECT_EQ(list(), "  one\n") << other;
+  }
+}
+
+TEST_F(ModelList, ends_with_a_setting_outside_the_models_directory) {
+  add_complete(models() / "one");
+  use("/opt/bundle");
+  EXPECT_EQ(list(), "  one\n* /opt/bundle  (external path)\n");
+}
+
+TEST_F(ModelList, shows_an_external_path_even_when_no_model_is_there) {
+  use("/opt/bundle");
+  EXPECT_EQ(list(), "* /opt/bundle  (external path)\n");
+  fs::create_directories(models());
+  EXPECT_EQ(list(), "* /opt/bundle  (external path)\n");
+}
+
+TEST_F(ModelList, takes_another_spelling_of_the_models_directory_for_external) {
+  add_complete(models() / "one");
+  const std::string spelled = (sandbox.state_dir() / "." / "models" / "one").string();
+  use(spelled);
+  EXPECT_EQ(list(), "  one\n* " + spelled + "  (external path)\n");
+}
+
+TEST_F(ModelList, takes_a_sibling_whose_name_begins_like_the_models_directory_for_inside) {
+  use(models().string() + "-old/one");
+  EXPECT_EQ(list(), no_models);
+}
+
+TEST_F(ModelList, takes_the_models_directory_itself_for_inside) {
+  use(models().string());
+  EXPECT_EQ(list(), no_models);
+}
+
+TEST_F(ModelList, says_how_to_get_a_model_when_there_is_none) {
+  EXPECT_EQ(list(), no_models);
+  fs::create_directories(models());
+  EXPECT_EQ(list(), no_models);
+}
+
+TEST_F(ModelList, says_how_to_get_a_model_when_the_one_in_use_is_gone) {
+  use((models() / "gone").string());
+  EXPECT_EQ(list(), no_models);
+}
+
+TEST_F(ModelList, creates_nothing) {
+  list();
+  EXPECT_FALSE(fs::exists(sandbox.state_dir()));
+}
+
+TEST_F(ModelList, skips_what_is_no_directory) {
+  write_file(models() / "file", "x");
+  ASSERT_EQ(mkfifo((models() / "fifo").c_str(), 0600), 0);
+  fs::create_symlink("nowhere", models() / "dangling");
+  fs::create_symlink("file", models() / "link to a file");
+  fs::create_symlink("loop", models() / "loop");
+  EXPECT_EQ(list(), no_models);
+}
+
+TEST_F(ModelList, follows_links_to_directories) {
+  add_complete(sandbox.root() / "elsewhere");
+  fs::create_directories(models());
+  fs::create_directory_symlink(sandbox.root() / "elsewhere", models() / "linked");
+  EXPECT_EQ(list(), "  linked\n");
+  use((models() / "linked").string());
+  EXPECT_EQ(list(), "* linked\n");
+}
+
+TEST_F(ModelList, goes_through_a_link_that_stands_for_the_models_directory) {
+  add_complete(sandbox.root() / "disk/one");
+  fs::create_directories(sandbox.state_dir());
+  fs::create_directory_symlink(sandbox.root() / "disk", models());
+  use((models() / "one").string());
+  EXPECT_EQ(list(), "* one\n");
+}
+
+TEST_F(ModelList, shows_hidden_directories_and_names_of_any_bytes) {
+  fs::create_directories(models() / ".hidden");
+  EXPECT_EQ(list(), "  .hidden  (incomplete)\n");
+  fs::rename(models() / ".hidden", models() / "a \xff\n\"b");
+  EXPECT_EQ(list(), "  a \xff\n\"b  (incomplete)\n");
+}
+
+TEST_F(ModelList, lists_nothing_of_a_models_directory_that_is_a_file) {
+  write_file(models(), "x");
+  EXPECT_EQ(list(), no_models);
+}
+
+TEST_F(ModelList, lists_nothing_of_a_models_directory_that_may_not_be_read) {
+  add_complete(models() / "one");
+  fs::permissions(models(), fs::perms::none);
+  RunOptions options;
+  options.as_nobody = true;
+  const Outcome run = sandbox.velun({"model", "list"}, options);
+  EXPECT_EQ(run.out, no_models);
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(ModelList, takes_a_bundle_that_may_not_be_looked_into_for_incomplete) {
+  add_complete(models() / "one");
+  fs::permissions(models() / "one", fs::perms::none);
+  RunOptions options;
+  options.as_nobody = true;
+  EXPECT_EQ(sandbox.velun({"model", "list"}, options).out, "  one  (incomplete)\n");
+}
+
+TEST_F(ModelList, keeps_the_order_of_the_directory_over_thousands_of_bundles) {
+  fs::create_directories(models());
+  for (int number = 0; number < 2000; ++number) {
+    fs::create_directory(models() / ("bundle-" + std::to_string(number * 7919 % 2000)));
+  }
+  std::string expected;
+  DIR* directory = opendir(models().c_str());
+  ASSERT_NE(directory, nullptr);
+  while (const dirent* entry = readdir(directory)) {
+    if (entry->d_name[0] != '.') {
+      expected += "  " + std::string(entry->d_name) + "  (incomplete)\n";
+    }
+  }
+  closedir(directory);
+  EXPECT_EQ(list(), expected);
+}
+
+TEST_F(ModelList, moves_with_the_state_directory_of_the_config) {
+  add_complete(sandbox.root() / "own/models/one");
+  sandbox.configure("state_dir: " + (sandbox.root() / "own").string() +
+                    "\nmodel_dir: " + (sandbox.root() / "own/models/one").string() + "\n");
+  EXPECT_EQ(list(), "* one\n");
+}
+
+TEST_F(ModelList, compares_with_a_relative_state_directory_as_it_stands) {
+  add_complete(sandbox.root() / "own/models/one");
+  sandbox.configure("state_dir: own\nmodel_dir: own/models/one\n");
+  EXPECT_EQ(list(), "* one\n");
+  const std::string absolute = (sandbox.root() / "own/models/one").string();
+  sandbox.configure("state_dir: own\nmodel_dir: " + absolute + "\n");
+  EXPECT_EQ(list(), "  one\n* " + absolute + "  (external path)\n");
+}
+
+class ModelWords : public ModelList {};
+
+TEST_F(ModelWords, that_are_unknown_get_the_usage) {
+  add_complete(models() / "one");
+  for (const char* word : {"List", "ls", " list", "fetch ", "Use", "--help", "one"}) {
+    const Outcome run = sandbox.velun({"model", word});
+    EXPECT_EQ(run.out, "") << word;
+    EXPECT_EQ(run.err, usage) << word;
+    EXPECT_EQ(run.status, 2) << word;
+  }
+}
+
+TEST_F(ModelWords, that_are_unknown_get_the_usage_whatever_follows) {
+  EXPECT_EQ(sandbox.velun({"model", "remove", "fetch", "use"}).err, usage);
+}
+
+TEST_F(ModelWords, are_not_looked_at_without_a_configuration) {
+  fs::remove(sandbox.config_file());
+  const Outcome run = sandbox.velun({"model", "unknown"});
+  EXPECT_EQ(run.err, "no configuration at " + sandbox.config_file().string() +
+                         " — run `velun setup` first\n");
+  EXPECT_EQ(run.status, 1);
+}
+
+}  // namespace
+}  // namespace velun::test

@@ -1,0 +1,210 @@
+// Which tokenizer.json a fetch takes for JSON, and that a large one costs no memory to speak of.
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "tests/models/expected_files.h"
+#include "tests/models/fetch_fixture.h"
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool memory_is_inflated = true;
+#elif defined(__has_feature)
+constexpr bool memory_is_inflated = __has_feature(address_sanitizer);
+#else
+constexpr bool memory_is_inflated = false;
+#endif
+
+class Tokenizer : public Fetching {
+ protected:
+  // Every file but the tokenizer is here, and the mirror has it in case it is asked.
+  Tokenizer() {
+    put("calibration.json", calibration_body);
+    put("model.fp32.onnx", graph_body);
+  }
+
+  void expect_accepted(const std::string& text) {
+    put("tokenizer.json", text);
+    const Outcome run = sandbox.velun({"model", "fetch"});
+    EXPECT_EQ(run.out, second_fetch) << text.substr(0, 80);
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.status, 0);
+  }
+
+  void expect_refused(const std::string& text) {
+    put("tokenizer.json", text);
+    expect_refusal(text.substr(0, 80), "  tokenizer.json — already here\n");
+  }
+
+  void expect_refusal(const std::string& what, const std::string& first_line) {
+    const Outcome run = sandbox.velun({"model", "fetch"});
+    EXPECT_EQ(run.out, "fetching velun-pii-m-v1.3 (full)\n" + first_line +
+                           "  calibration.json — already here\n"
+                           "  model.fp32.onnx — already here\n")
+        << what;
+    EXPECT_EQ(run.err,
+              "tokenizer.json did not parse — delete " + bundle().string() + " and fetch again\n")
+        << what;
+    EXPECT_EQ(run.status, 1) << what;
+  }
+};
+
+TEST_F(Tokenizer, of_invalid_json_fails_the_fetch_after_labels_and_manifest_were_written) {
+  expect_refused("{\"broken\": ");
+  EXPECT_EQ(read_file(bundle() / "labels.json"), nineteen_heads);
+  EXPECT_EQ(read_file(bundle() / "manifest.json"), catalog_manifest);
+  EXPECT_EQ(read_file(bundle() / "tokenizer.json"), "{\"broken\": ");
+  EXPECT_EQ(read_file(bundle() / "model.fp32.onnx"), graph_body);
+}
+
+TEST_F(Tokenizer, of_invalid_json_straight_from_the_mirror_fails_the_fetch) {
+  const LoopbackServer server(0, serving({{tokenizer_path, "<html>"}}));
+  use_mirror(server.port());
+  expect_refusal("<html>", "  tokenizer.json (~34 MB)\n");
+  EXPECT_EQ(read_file(bundle() / "tokenizer.json"), "<html>");
+}
+
+TEST_F(Tokenizer, that_came_empty_fails_the_fetch) {
+  const LoopbackServer server(0, serving({{tokenizer_path, ""}}));
+  use_mirror(server.port());
+  expect_refusal("empty", "  tokenizer.json (~34 MB)\n");
+}
+
+TEST_F(Tokenizer, that_is_a_directory_fails_the_fetch) {
+  fs::create_directories(bundle() / "tokenizer.json");
+  expect_refusal("directory", "  tokenizer.json — already here\n");
+}
+
+TEST_F(Tokenizer, that_may_not_be_read_fails_the_fetch) {
+  put("tokenizer.json", tokenizer_body);
+  fs::permissions(bundle() / "tokenizer.json", fs::perms::none);
+  RunOptions options;
+  options.as_nobody = true;
+  const Outcome run = sandbox.velun({"model", "fetch"}, options);
+  EXPECT_EQ(run.err,
+            "tokenizer.json did not parse — delete " + bundle().string() + " and fetch again\n");
+  EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(Tokenizer, may_be_any_json_value) {
+  for (const char* text :
+       {"{}", "[]", "null", "true", "0", "-0.0", "1e308", "1e-999", "\"\"", " \t\r\n[1 , 2]\n\n",
+        "123456789012345678901234567890", "{\"a\":1,\"a\":2}", "\"\\ud83d\\ude00\"",
+        "\"caf\xc3\xa9\"", "\xef\xbb\xbf{\"a\":1}"}) {
+    expect_accepted(text);
+  }
+}
+
+TEST_F(Tokenizer, must_be_json_in_every_detail) {
+  for (const char* text : {" ",
+                           "\n",
+                           "nul",
+                           "{",
+                           "]",
+                           "[1,]",
+                           "{\"a\":1,}",
+                           "{a:1}",
+                           "{'a':1}",
+                           "[1] x",
+                           "{}{}",
+                           "// c\n{}",
+                           "{} // c",
+                           "/* c */ []",
+                           "NaN",
+                           "Infinity",
+                           "-Infinity",
+                           "1e999",
+                           "-1e999",
+                           "01",
+                           "+1",
+                           ".5",
+                           "1.",
+                           "\"a\nb\"",
+                           "\"\\x41\"",
+                           "\"\\ud800\"",
+                           "\"\\ude00\"",
+                           "\"open",
+                           "\"\xff\"",
+                           "\"\xc0\xaf\"",
+                           "\"\xed\xa0\x80\"",
+                           "\xef\xbb{}",
+                           "\xef\xbb\xbf",
+                           "\xfe\xff",
+                           "[1\xc2\xa0]"}) {
+    expect_refused(text);
+  }
+}
+
+TEST_F(Tokenizer, may_be_nested_to_any_depth) {
+  expect_accepted(std::string(100000, '[') + std::string(100000, ']'));
+  expect_refused(std::string(100000, '['));
+  expect_refused(std::string(100000, '[') + std::string(99999, ']'));
+}
+
+TEST_F(Tokenizer, is_judged_as_the_library_judges_it_without_exceptions) {
+  for (const std::string& text :
+       {std::string("{}\0garbage", 10), std::string("\0", 1), std::string("[\0]", 3),
+        std::string("[1]\0", 4), std::string("\"\0\"", 3), std::string("[1]\xff", 4)}) {
+    if (nlohmann::json::parse(text, nullptr, false, false).is_discarded()) {
+      expect_refused(text);
+    } else {
+      expect_accepted(text);
+    }
+  }
+}
+
+// What a real one is made of: one long object of short words and numbers.
+std::uintmax_t write_large_tokenizer(const fs::path& path) {
+  std::ofstream file(path);
+  file << R"({"version": "1.0", "model": {"vocab": {"first": 0)";
+  for (int number = 1; file.tellp() < 34'400'000; ++number) {
+    file << ",\n\"word" << number << "\": " << number;
+  }
+  file << "}}}\n";
+  file.close();
+  return fs::file_size(path);
+}
+
+// The largest resident size, in bytes, of a run that must end well within a minute.
+std::uintmax_t peak_memory_of(const Launch& launch) {
+  const pid_t pid = spawn(launch);
+  for (int tick = 0; tick < 6000; ++tick) {
+    int status = 0;
+    rusage usage{};
+    if (wait4(pid, &status, WNOHANG, &usage) == pid) {
+      EXPECT_EQ(status, 0);
+      return static_cast<std::uintmax_t>(usage.ru_maxrss) * 1024;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  ADD_FAILURE() << "velun did not end";
+  return 0;
+}
+
+TEST_F(Tokenizer, of_34_megabytes_is_checked_in_less_than_1_3_times_its_size) {
+  if (memory_is_inflated) {
+    GTEST_SKIP() << "the sanitizer's own memory would be measured";
+  }
+  put("tokenizer.json", "");
+  const std::uintmax_t size = write_large_tokenizer(bundle() / "tokenizer.json");
+  ASSERT_GE(size, 34'400'000U);
+  Launch launch;
+  launch.program = VELUN_BINARY;
+  launch.argv = {"velun", "model", "fetch"};
+  launch.environment = sandbox.environment;
+  const std::uintmax_t peak = peak_memory_of(launch);
+  EXPECT_GT(peak, 0U);
+  EXPECT_LT(peak * 10, size * 13);
+}
+
+}  // namespace
+}  // namespace velun::test
