@@ -180,17 +180,6 @@ TEST_F(Commands, words_are_not_trimmed) {
   expect({"model", "use", " x "}, 1, "", "no bundle at  x  — `velun model list`\n");
 }
 
-TEST_F(Commands, restart_of_a_stopped_daemon_says_so_and_starts_it) {
-  sandbox.configure();
-  const ScriptedProgram daemon = install_daemon("forever");
-  const LoopbackServer control = port_of_daemon(daemon);
-  const Outcome run = sandbox.velun({"restart"});
-  ASSERT_EQ(daemon.runs().size(), 1U);
-  EXPECT_EQ(run.out, "not running\n" + running_text(daemon.runs()[0].pid, "watch"));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
-}
-
 TEST_F(Commands, restart_starts_nothing_after_a_refused_stop) {
   sandbox.configure();
   const ScriptedProgram daemon = install_daemon("forever");

@@ -43,13 +43,6 @@ class Reports : public ::testing::TestWithParam<std::string> {
   Sandbox sandbox;
 };
 
-void expect_outcome(const Outcome& run, int status, const std::string& out,
-                    const std::string& err) {
-  EXPECT_EQ(run.out, out);
-  EXPECT_EQ(run.err, err);
-  EXPECT_EQ(run.status, status);
-}
-
 // The library's uncaught exception: no report, no message of velun's own, and no exit status.
 void expect_abnormal_end(const Outcome& run) {
   EXPECT_EQ(run.out, "");

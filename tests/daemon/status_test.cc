@@ -39,13 +39,6 @@ class Status : public ::testing::Test {
   Sandbox sandbox;
 };
 
-void expect_outcome(const Outcome& run, int status, const std::string& out,
-                    const std::string& err) {
-  EXPECT_EQ(run.out, out);
-  EXPECT_EQ(run.err, err);
-  EXPECT_EQ(run.status, status);
-}
-
 TEST_F(Status, names_the_configured_mode_when_nothing_runs) {
   expect_outcome(sandbox.velun({"status"}), 0, "not running (configured mode: watch)\n", "");
   for (const std::string mode : {"off", "watch", "protect"}) {

@@ -2,9 +2,12 @@
 // every other path.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 
 #include "tests/support/loopback_server.h"
+#include "tests/support/sandbox.h"
 
 namespace velun::test {
 
@@ -18,6 +21,14 @@ inline LoopbackServer::Handler healthy_with(const Reply& report) {
 /// The same for a well-formed answer with status 200.
 inline LoopbackServer::Handler healthy_with(const std::string& body) {
   return healthy_with(answer(200, body));
+}
+
+/// Expects exactly this exit status and these texts on the two streams.
+inline void expect_outcome(const Outcome& run, int status, const std::string& out,
+                           const std::string& err) {
+  EXPECT_EQ(run.out, out);
+  EXPECT_EQ(run.err, err);
+  EXPECT_EQ(run.status, status);
 }
 
 /// `levels` arrays, one inside the other, as JSON text.
