@@ -30,10 +30,7 @@ class Commands : public Lifecycle {
  protected:
   void expect(const Words& words, int status, const std::string& out, const std::string& err) {
     SCOPED_TRACE(testing::PrintToString(words));
-    const Outcome run = sandbox.velun(words);
-    EXPECT_EQ(run.out, out);
-    EXPECT_EQ(run.err, err);
-    EXPECT_EQ(run.status, status);
+    EXPECT_EQ(seen(sandbox.velun(words)), ended(status, out, err));
   }
 
   std::string no_configuration() const {
@@ -195,9 +192,7 @@ TEST_F(Commands, restart_ends_with_the_status_of_a_failed_start) {
   Words command = {daemon.path()};
   const Words flags = sandbox.daemon_flags();
   command.insert(command.end(), flags.begin(), flags.end());
-  EXPECT_EQ(run.out, "not running\n");
-  EXPECT_EQ(run.err, exited_text(spaced(command)));
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(run), ended(1, "not running\n", exited_text(spaced(command))));
 }
 
 // The neighbour of the tool is found through argument zero alone.

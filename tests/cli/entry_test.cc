@@ -81,10 +81,8 @@ TEST_F(Entry, with_any_of_the_streams_closed_mode_writes_nothing_but_the_configu
     sandbox.configure();
     RunOptions options;
     options.in_child = [closed] { close_streams(closed); };
-    const Outcome run = sandbox.velun({"mode", "off"}, options);
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out, (closed & 2) != 0 ? "" : wrote());
-    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(seen(sandbox.velun({"mode", "off"}, options)),
+              success((closed & 2) != 0 ? "" : wrote()));
     EXPECT_EQ(read_file(sandbox.config_file()), sandbox.rendering("off"));
   }
 }
@@ -143,10 +141,8 @@ TEST_F(Entry, a_stream_that_is_open_is_left_as_it_is) {
   const ScriptedProgram daemon = install_daemon("print loud\ncomplain sore\nexit 0");
   RunOptions options;
   options.in_child = [] { close(0); };
-  const Outcome run = sandbox.velun({"start"}, options);
-  EXPECT_EQ(run.out, "loud\n");
-  EXPECT_EQ(run.err, "sore\n" + exited_text(command_line(daemon)));
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(sandbox.velun({"start"}, options)),
+            ended(1, "loud\n", "sore\n" + exited_text(command_line(daemon))));
 }
 
 TEST_F(Entry, a_full_standard_output_leaves_the_status_as_it_is) {

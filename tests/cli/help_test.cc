@@ -112,18 +112,12 @@ class Help : public ::testing::Test {
 
   void expect_text(const std::vector<std::string>& words, const std::string& text) {
     SCOPED_TRACE(testing::PrintToString(words));
-    const Outcome run = sandbox.velun(words);
-    EXPECT_EQ(run.out, text);
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(seen(sandbox.velun(words)), success(text));
   }
 
   void expect_unknown(const std::vector<std::string>& words, const std::string& topic) {
     SCOPED_TRACE(testing::PrintToString(words));
-    const Outcome run = sandbox.velun(words);
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, unknown_topic_message(topic));
-    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(seen(sandbox.velun(words)), ended(2, "", unknown_topic_message(topic)));
   }
 };
 

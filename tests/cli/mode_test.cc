@@ -13,18 +13,14 @@ class Mode : public Lifecycle {
  protected:
   Mode() { sandbox.configure(); }
 
-  std::string wrote() const { return "wrote " + sandbox.config_file().string() + "\n"; }
-
   void expect_file(const std::string& mode) const {
     EXPECT_EQ(read_file(sandbox.config_file()), sandbox.rendering(mode));
   }
 
   void expect_usage(const std::vector<std::string>& words) {
     const std::string before = read_file(sandbox.config_file());
-    const Outcome run = sandbox.velun(words);
-    EXPECT_EQ(run.out, "") << spaced(words);
-    EXPECT_EQ(run.err, "usage: velun mode off|watch|protect\n") << spaced(words);
-    EXPECT_EQ(run.status, 2) << spaced(words);
+    EXPECT_EQ(seen(sandbox.velun(words)), ended(2, "", "usage: velun mode off|watch|protect\n"))
+        << spaced(words);
     EXPECT_EQ(read_file(sandbox.config_file()), before) << spaced(words);
   }
 };
@@ -47,10 +43,7 @@ TEST_F(Mode, off_while_nothing_runs_only_writes) {
   sandbox.write_pid_file("4711 as it was");
   const LoopbackServer control(sandbox.control_port(),
                                [](const std::string&) { return answer(503, ""); });
-  const Outcome run = sandbox.velun({"mode", "off"});
-  EXPECT_EQ(run.out, wrote());
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"mode", "off"})), success(sandbox.wrote()));
   expect_file("off");
   EXPECT_EQ(control.paths(), std::vector<std::string>{"/healthz"});
   EXPECT_EQ(read_file(sandbox.pid_file()), "4711 as it was");
@@ -59,10 +52,7 @@ TEST_F(Mode, off_while_nothing_runs_only_writes) {
 TEST_F(Mode, off_leaves_a_recorded_process_alone_when_nothing_answers) {
   const Bystander bystander;
   sandbox.write_pid_file(bystander.pid());
-  const Outcome run = sandbox.velun({"mode", "off"});
-  EXPECT_EQ(run.out, wrote());
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"mode", "off"})), success(sandbox.wrote()));
   EXPECT_TRUE(bystander.alive());
 }
 
@@ -70,10 +60,7 @@ TEST_F(Mode, off_stops_the_running_daemon) {
   const ScriptedProgram daemon = install_daemon("forever");
   const LoopbackServer control = port_of_daemon(daemon);
   const pid_t pid = launch_recorded(daemon);
-  const Outcome run = sandbox.velun({"mode", "off"});
-  EXPECT_EQ(run.out, wrote() + "stopped\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"mode", "off"})), success(sandbox.wrote() + "stopped\n"));
   expect_file("off");
   EXPECT_FALSE(is_running(pid));
   EXPECT_FALSE(fs::exists(sandbox.pid_file()));
@@ -81,10 +68,7 @@ TEST_F(Mode, off_stops_the_running_daemon) {
 
 TEST_F(Mode, off_fails_at_a_foreign_daemon_and_stays_written) {
   const LoopbackServer control = answering_port();
-  const Outcome run = sandbox.velun({"mode", "off"});
-  EXPECT_EQ(run.out, wrote());
-  EXPECT_EQ(run.err, foreign_text());
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(sandbox.velun({"mode", "off"})), ended(1, sandbox.wrote(), foreign_text()));
   expect_file("off");
 }
 
@@ -94,9 +78,7 @@ TEST_F(Mode, watch_starts_a_stopped_daemon) {
   const LoopbackServer control = port_of_daemon(daemon);
   const Outcome run = sandbox.velun({"mode", "watch"});
   ASSERT_EQ(daemon.runs().size(), 1U);
-  EXPECT_EQ(run.out, wrote() + running_text(daemon.runs()[0].pid, "watch"));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(run), success(sandbox.wrote() + running_text(daemon.runs()[0].pid, "watch")));
   expect_file("watch");
 }
 
@@ -105,9 +87,7 @@ TEST_F(Mode, protect_starts_a_stopped_daemon_without_asking_for_a_model) {
   const LoopbackServer control = port_of_daemon(daemon);
   const Outcome run = sandbox.velun({"mode", "protect"});
   ASSERT_EQ(daemon.runs().size(), 1U);
-  EXPECT_EQ(run.out, wrote() + running_text(daemon.runs()[0].pid, "protect"));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(run), success(sandbox.wrote() + running_text(daemon.runs()[0].pid, "protect")));
   std::vector<std::string> expected = sandbox.daemon_flags({"--protect"});
   expected.insert(expected.begin(), daemon.path());
   EXPECT_EQ(daemon.runs()[0].argv, expected);
@@ -120,7 +100,7 @@ TEST_F(Mode, a_stale_pid_file_does_not_keep_a_daemon_from_being_started) {
   const LoopbackServer control = port_of_daemon(daemon);
   const Outcome run = sandbox.velun({"mode", "watch"});
   ASSERT_EQ(daemon.runs().size(), 1U);
-  EXPECT_EQ(run.out, wrote() + running_text(daemon.runs()[0].pid, "watch"));
+  EXPECT_EQ(run.out, sandbox.wrote() + running_text(daemon.runs()[0].pid, "watch"));
 }
 
 TEST_F(Mode, protect_restarts_a_running_daemon) {
@@ -129,9 +109,8 @@ TEST_F(Mode, protect_restarts_a_running_daemon) {
   const pid_t old = launch_recorded(daemon);
   const Outcome run = sandbox.velun({"mode", "protect"});
   ASSERT_EQ(daemon.runs().size(), 2U);
-  EXPECT_EQ(run.out, wrote() + "stopped\n" + running_text(daemon.runs()[1].pid, "protect"));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(run),
+            success(sandbox.wrote() + "stopped\n" + running_text(daemon.runs()[1].pid, "protect")));
   EXPECT_FALSE(is_running(old));
   EXPECT_EQ(read_file(sandbox.pid_file()), std::to_string(daemon.runs()[1].pid) + "\n");
   expect_file("protect");
@@ -144,14 +123,14 @@ TEST_F(Mode, given_again_rewrites_the_file_and_restarts_the_daemon) {
   launch_recorded(daemon);
   const Outcome run = sandbox.velun({"mode", "watch"});
   ASSERT_EQ(daemon.runs().size(), 2U);
-  EXPECT_EQ(run.out, wrote() + "stopped\n" + running_text(daemon.runs()[1].pid, "watch"));
+  EXPECT_EQ(run.out, sandbox.wrote() + "stopped\n" + running_text(daemon.runs()[1].pid, "watch"));
   EXPECT_EQ(run.status, 0);
   expect_file("watch");
 }
 
 TEST_F(Mode, given_again_rewrites_the_file_also_when_nothing_runs) {
   sandbox.configure("mode: off # as it was\n");
-  EXPECT_EQ(sandbox.velun({"mode", "off"}).out, wrote());
+  EXPECT_EQ(sandbox.velun({"mode", "off"}).out, sandbox.wrote());
   expect_file("off");
 }
 
@@ -185,7 +164,7 @@ TEST_F(Mode, keeps_the_other_keys) {
 TEST_F(Mode, protect_stays_written_when_the_start_is_refused) {
   sandbox.configure("model_dir: /does/not/exist\n");
   const Outcome run = sandbox.velun({"mode", "protect"});
-  EXPECT_EQ(run.out, wrote());
+  EXPECT_EQ(run.out, sandbox.wrote());
   EXPECT_EQ(run.err,
             "model_dir does not exist: /does/not/exist\n"
             "`velun help model` explains how to get a model.\n");
@@ -197,20 +176,16 @@ TEST_F(Mode, protect_stays_written_when_the_start_is_refused) {
 TEST_F(Mode, watch_stays_written_when_the_daemon_ends_at_once) {
   sandbox.configure("mode: off\n");
   const ScriptedProgram daemon = install_daemon("exit 3");
-  const Outcome run = sandbox.velun({"mode", "watch"});
-  EXPECT_EQ(run.out, wrote());
-  EXPECT_EQ(run.err, exited_text(daemon.path() + " " + spaced(sandbox.daemon_flags())));
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(
+      seen(sandbox.velun({"mode", "watch"})),
+      ended(1, sandbox.wrote(), exited_text(daemon.path() + " " + spaced(sandbox.daemon_flags()))));
   expect_file("watch");
 }
 
 TEST_F(Mode, protect_fails_at_a_foreign_daemon_and_starts_nothing) {
   const ScriptedProgram daemon = install_daemon("forever");
   const LoopbackServer control = answering_port();
-  const Outcome run = sandbox.velun({"mode", "protect"});
-  EXPECT_EQ(run.out, wrote());
-  EXPECT_EQ(run.err, foreign_text());
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(sandbox.velun({"mode", "protect"})), ended(1, sandbox.wrote(), foreign_text()));
   EXPECT_EQ(daemon.runs().size(), 0U);
   expect_file("protect");
 }
@@ -220,10 +195,8 @@ TEST_F(Mode, watch_fails_at_a_daemon_that_ignores_sigterm_and_starts_nothing) {
   const ScriptedProgram daemon = install_daemon("log-term\nforever");
   const LoopbackServer control = port_of_daemon(daemon);
   const pid_t old = launch_recorded(daemon);
-  const Outcome run = sandbox.velun({"mode", "watch"});
-  EXPECT_EQ(run.out, wrote());
-  EXPECT_EQ(run.err, still_running_text(old));
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(sandbox.velun({"mode", "watch"})),
+            ended(1, sandbox.wrote(), still_running_text(old)));
   EXPECT_EQ(daemon.runs().size(), 1U);
   EXPECT_EQ(daemon.terms(), 1U);
   expect_file("watch");
@@ -239,7 +212,7 @@ TEST_F(Mode, finds_the_program_beside_the_tool) {
 }
 
 TEST_F(Mode, ignores_a_third_word) {
-  EXPECT_EQ(sandbox.velun({"mode", "off", "watch"}).out, wrote());
+  EXPECT_EQ(sandbox.velun({"mode", "off", "watch"}).out, sandbox.wrote());
   expect_file("off");
 }
 
@@ -247,22 +220,19 @@ TEST_F(Mode, without_a_configuration_fails_before_the_word_is_looked_at) {
   fs::remove(sandbox.config_file());
   for (const char* word : {"off", "protect", "monitor", ""}) {
     const Outcome run = sandbox.velun({"mode", word});
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, "no configuration at " + sandbox.config_file().string() +
-                           " — run `velun setup` first\n");
-    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(seen(run), failure("no configuration at " + sandbox.config_file().string() +
+                                 " — run `velun setup` first\n"));
     EXPECT_FALSE(fs::exists(sandbox.config_file()));
   }
 }
 
 TEST_F(Mode, with_a_broken_configuration_fails_and_leaves_it_as_it_is) {
   write_file(sandbox.config_file(), "mode: sometimes\n");
-  const Outcome run = sandbox.velun({"mode", "off"});
-  EXPECT_EQ(run.out, "");
-  EXPECT_EQ(run.err, sandbox.config_file().string() +
-                         " has problems:\n"
-                         "  line 1: mode must be off, watch or protect (got `sometimes`)\n");
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(sandbox.velun({"mode", "off"})),
+            ended(1, "",
+                  sandbox.config_file().string() +
+                      " has problems:\n"
+                      "  line 1: mode must be off, watch or protect (got `sometimes`)\n"));
   EXPECT_EQ(read_file(sandbox.config_file()), "mode: sometimes\n");
 }
 

@@ -15,10 +15,7 @@ class Restart : public Lifecycle {
 
   void expect_refused(const std::string& err, const ScriptedProgram& daemon) {
     const std::size_t before = daemon.runs().size();
-    const Outcome run = sandbox.velun({"restart"});
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, err);
-    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(seen(sandbox.velun({"restart"})), failure(err));
     EXPECT_EQ(daemon.runs().size(), before);
   }
 };
@@ -30,10 +27,9 @@ TEST_F(Restart, replaces_the_running_daemon) {
   const Outcome run = sandbox.velun({"restart"});
   ASSERT_EQ(daemon.runs().size(), 2U);
   const pid_t fresh = daemon.runs()[1].pid;
-  EXPECT_EQ(run.out, "stopped\nrunning (pid " + std::to_string(fresh) +
-                         ", mode watch)\ndashboard: http://127.0.0.1:" + port_text() + "/\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(run),
+            success("stopped\nrunning (pid " + std::to_string(fresh) +
+                    ", mode watch)\ndashboard: http://127.0.0.1:" + port_text() + "/\n"));
   EXPECT_FALSE(is_running(old));
   EXPECT_TRUE(is_running(fresh));
   EXPECT_EQ(read_file(sandbox.pid_file()), std::to_string(fresh) + "\n");
@@ -44,9 +40,7 @@ TEST_F(Restart, of_nothing_says_so_and_starts) {
   const LoopbackServer control = port_of_daemon(daemon);
   const Outcome run = sandbox.velun({"restart"});
   ASSERT_EQ(daemon.runs().size(), 1U);
-  EXPECT_EQ(run.out, "not running\n" + running_text(daemon.runs()[0].pid, "watch"));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(run), success("not running\n" + running_text(daemon.runs()[0].pid, "watch")));
 }
 
 TEST_F(Restart, hands_the_daemon_the_flags_of_the_configuration) {
@@ -57,9 +51,7 @@ TEST_F(Restart, hands_the_daemon_the_flags_of_the_configuration) {
   expected.insert(expected.begin(), daemon.path());
   ASSERT_EQ(daemon.runs().size(), 1U);
   EXPECT_EQ(daemon.runs()[0].argv, expected);
-  EXPECT_EQ(run.out, "not running\n");
-  EXPECT_EQ(run.err, exited_text(spaced(expected)));
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(run), ended(1, "not running\n", exited_text(spaced(expected))));
 }
 
 TEST_F(Restart, finds_the_program_beside_the_tool) {
@@ -103,10 +95,8 @@ TEST_F(Restart, only_stops_in_mode_off) {
   const ScriptedProgram daemon = install_daemon("forever");
   const LoopbackServer control = port_of_daemon(daemon);
   const pid_t old = launch_recorded(daemon);
-  const Outcome run = sandbox.velun({"restart"});
-  EXPECT_EQ(run.out, "stopped\nmode is off — nothing to start (see `velun mode`)\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"restart"})),
+            success("stopped\nmode is off — nothing to start (see `velun mode`)\n"));
   EXPECT_FALSE(is_running(old));
   EXPECT_FALSE(fs::exists(sandbox.pid_file()));
   EXPECT_EQ(daemon.runs().size(), 1U);

@@ -15,10 +15,7 @@ class SetupFile : public SetupDialogue {};
 
 TEST_F(SetupFile, offers_the_configured_mode_and_model_and_empty_answers_keep_both) {
   give_file("mode: protect\nmodel_dir: /data/m\n");
-  const Outcome run = given("\n\n");
-  EXPECT_EQ(run.out, transcript("protect", "/data/m"));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(given("\n\n")), success(transcript("protect", "/data/m")));
   EXPECT_EQ(file(), written("protect", "model_dir: /data/m\n"));
 }
 
@@ -88,13 +85,12 @@ TEST_F(SetupFile, the_keys_that_are_not_asked_about_are_written_back) {
 
 TEST_F(SetupFile, the_good_keys_of_a_faulty_file_are_offered_and_the_rest_is_reported) {
   give_file("mode: protect\nmodel_dir: /data/m\ncontrol_port: 0\nopenai_port: 9002\ncolour: red\n");
-  const Outcome run = given("\n\n");
-  EXPECT_EQ(run.err, sandbox.config_file().string() +
-                         " has problems:\n"
-                         "  line 5: unknown key `colour`\n"
-                         "  line 3: control_port must be a port between 1 and 65535\n");
-  EXPECT_EQ(run.out, transcript("protect", "/data/m"));
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(given("\n\n")),
+            ended(0, transcript("protect", "/data/m"),
+                  sandbox.config_file().string() +
+                      " has problems:\n"
+                      "  line 5: unknown key `colour`\n"
+                      "  line 3: control_port must be a port between 1 and 65535\n"));
   EXPECT_EQ(file(),
             "# Velun CLI configuration. `velun help config` documents every key.\n"
             "mode: protect\nmodel_dir: /data/m\nanthropic_port: 8900\nopenai_port: 9002\n"
@@ -105,20 +101,17 @@ TEST_F(SetupFile, a_faulty_mode_is_offered_as_watch_and_the_written_file_is_vali
   give_file("mode: loud\n");
   EXPECT_EQ(given("\n\n").out, transcript("watch", "none"));
   EXPECT_EQ(file(), written("watch"));
-  const Outcome run = sandbox.velun({"config"});
-  EXPECT_EQ(run.out, "file: " + sandbox.config_file().string() + "\n\n" + written("watch"));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"config"})),
+            success("file: " + sandbox.config_file().string() + "\n\n" + written("watch")));
 }
 
 TEST_F(SetupFile, of_a_model_and_an_engine_both_configured_the_model_is_offered_and_kept_alone) {
   give_file("model_dir: /data/m\nendpoint_url: http://engine\n");
-  const Outcome run = given("\n\n");
-  EXPECT_EQ(run.err, sandbox.config_file().string() +
-                         " has problems:\n  model_dir and endpoint_url exclude each other — the "
-                         "daemon runs one detection engine per launch\n");
-  EXPECT_EQ(run.out, transcript("watch", "/data/m"));
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(given("\n\n")),
+            ended(0, transcript("watch", "/data/m"),
+                  sandbox.config_file().string() +
+                      " has problems:\n  model_dir and endpoint_url exclude each other — the "
+                      "daemon runs one detection engine per launch\n"));
   EXPECT_EQ(file(), written("watch", "model_dir: /data/m\n"));
 }
 
@@ -133,10 +126,7 @@ TEST_F(SetupFile, an_unreadable_file_offers_the_defaults_without_a_report) {
   options.program = sandbox.root() / "velun";
   fs::copy_file(VELUN_BINARY, options.program);
   options.as_nobody = true;
-  const Outcome run = sandbox.velun({"setup"}, options);
-  EXPECT_EQ(run.out, transcript("watch", "none"));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"setup"}, options)), success(transcript("watch", "none")));
   fs::permissions(sandbox.config_file(), fs::perms::owner_all);
   EXPECT_EQ(file(), written("watch"));
 }
@@ -181,20 +171,15 @@ TEST_F(SetupFile, an_existing_file_is_rewritten_in_place) {
 
 TEST_F(SetupFile, a_file_that_cannot_be_written_goes_unreported) {
   fs::create_directories(sandbox.config_file());
-  const Outcome run = given("off\nnone\n");
-  EXPECT_EQ(run.out, transcript("watch", "none"));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(given("off\nnone\n")), success(transcript("watch", "none")));
   EXPECT_EQ(names_in(sandbox.config_file()), std::vector<std::string>());
 }
 
 TEST_F(SetupFile, an_empty_path_cannot_be_written_and_goes_unreported) {
   sandbox.environment["VELUN_CLI_CONFIG"] = "";
-  const Outcome run = given("off\nnone\n");
-  EXPECT_EQ(run.out, greeting + mode_question("watch") + detection_question("none") + "wrote \n" +
-                         next_step);
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(given("off\nnone\n")),
+            success(greeting + mode_question("watch") + detection_question("none") + "wrote \n" +
+                    next_step));
 }
 
 TEST_F(SetupFile, a_directory_that_cannot_be_created_ends_the_process_by_abort) {

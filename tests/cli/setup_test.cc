@@ -13,10 +13,7 @@ namespace velun::test {
 namespace {
 
 TEST_F(SetupDialogue, asks_two_questions_and_writes_the_first_file) {
-  const Outcome run = given("off\n/data/m\n");
-  EXPECT_EQ(run.out, transcript("watch", "none"));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(given("off\n/data/m\n")), success(transcript("watch", "none")));
   EXPECT_EQ(file(), written("off", "model_dir: /data/m\n"));
 }
 
@@ -35,10 +32,7 @@ TEST_F(SetupDialogue, empty_lines_take_both_offers) {
 }
 
 TEST_F(SetupDialogue, an_input_without_a_line_takes_both_offers) {
-  const Outcome run = given("");
-  EXPECT_EQ(run.out, transcript("watch", "none"));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(given("")), success(transcript("watch", "none")));
   EXPECT_EQ(file(), written("watch"));
 }
 
@@ -46,10 +40,7 @@ TEST_F(SetupDialogue, a_closed_input_takes_both_offers) {
   give_file("mode: protect\nmodel_dir: /data/m\n");
   RunOptions options;
   options.in_child = [] { close(0); };
-  const Outcome run = sandbox.velun({"setup"}, options);
-  EXPECT_EQ(run.out, transcript("protect", "/data/m"));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"setup"}, options)), success(transcript("protect", "/data/m")));
   EXPECT_EQ(file(), written("protect", "model_dir: /data/m\n"));
 }
 
@@ -82,11 +73,9 @@ TEST_F(SetupDialogue, an_answer_that_is_not_exactly_a_mode_is_refused_and_asked_
         std::string("Watch"), std::string("OFF"), std::string("Protect"), std::string("monitor"),
         std::string("none"), std::string("off|watch"), std::string("watchx"), std::string("wat"),
         std::string("`"), std::string("\xff\xfe"), std::string("off\0", 4)}) {
-    const Outcome run = given(word + "\noff\nnone\n");
-    EXPECT_EQ(run.out, greeting + mode_question("watch") + refusal(word) + mode_question("watch") +
-                           detection_question("none") + wrote() + next_step);
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(seen(given(word + "\noff\nnone\n")),
+              success(greeting + mode_question("watch") + refusal(word) + mode_question("watch") +
+                      detection_question("none") + wrote() + next_step));
     EXPECT_EQ(file(), written("off"));
     std::filesystem::remove(sandbox.config_file());
   }
@@ -162,10 +151,8 @@ const std::vector<Detection> detections = {
 
 TEST_F(SetupDialogue, the_detection_answer_is_told_apart_by_its_first_four_characters) {
   for (const Detection& row : detections) {
-    const Outcome run = given("watch\n" + row.answer + "\n");
-    EXPECT_EQ(run.out, transcript("watch", "none")) << row.answer;
-    EXPECT_EQ(run.err, "") << row.answer;
-    EXPECT_EQ(run.status, 0) << row.answer;
+    EXPECT_EQ(seen(given("watch\n" + row.answer + "\n")), success(transcript("watch", "none")))
+        << row.answer;
     EXPECT_EQ(file(), written("watch", row.line)) << row.answer;
     std::filesystem::remove(sandbox.config_file());
   }
@@ -178,11 +165,9 @@ TEST_F(SetupDialogue, a_long_answer_is_kept_whole) {
 }
 
 TEST_F(SetupDialogue, protect_without_detection_is_warned_about_and_written) {
-  const Outcome run = given("protect\nnone\n");
-  EXPECT_EQ(run.out, greeting + mode_question("watch") + detection_question("none") +
-                         protect_warning + wrote() + next_step);
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(given("protect\nnone\n")),
+            success(greeting + mode_question("watch") + detection_question("none") +
+                    protect_warning + wrote() + next_step));
   EXPECT_EQ(file(), written("protect"));
 }
 

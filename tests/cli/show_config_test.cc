@@ -19,12 +19,10 @@ class ShowConfig : public ::testing::Test {
 
 TEST_F(ShowConfig, a_file_that_sets_only_the_mode_shows_the_defaults_of_all_other_keys) {
   write_file(file, "mode: protect\n");
-  const Outcome run = sandbox.velun({"config"});
-  EXPECT_EQ(run.out, "file: " + file + "\n\n" + head +
-                         "mode: protect\nanthropic_port: 8900\nopenai_port: 8901\n"
-                         "control_port: 8902\nnames: true\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"config"})),
+            success("file: " + file + "\n\n" + head +
+                    "mode: protect\nanthropic_port: 8900\nopenai_port: 8901\n"
+                    "control_port: 8902\nnames: true\n"));
 }
 
 TEST_F(ShowConfig, shows_what_is_in_effect_in_canonical_form_and_not_the_file) {
@@ -86,10 +84,8 @@ TEST_F(ShowConfig, finds_the_file_below_xdg_config_home) {
 
 TEST_F(ShowConfig, ignores_further_words) {
   sandbox.configure();
-  const Outcome run = sandbox.velun({"config", "set", "--mode", "off"});
-  EXPECT_EQ(run.out, "file: " + file + "\n\n" + sandbox.rendering("watch"));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"config", "set", "--mode", "off"})),
+            success("file: " + file + "\n\n" + sandbox.rendering("watch")));
 }
 
 TEST_F(ShowConfig, writes_nothing_and_asks_no_daemon) {
@@ -108,17 +104,13 @@ TEST_F(ShowConfig, writes_nothing_and_asks_no_daemon) {
 
 TEST_F(ShowConfig, shows_nothing_without_a_configuration) {
   const Outcome run = sandbox.velun({"config"});
-  EXPECT_EQ(run.out, "");
-  EXPECT_EQ(run.err, "no configuration at " + file + " — run `velun setup` first\n");
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(run), failure("no configuration at " + file + " — run `velun setup` first\n"));
 }
 
 TEST_F(ShowConfig, shows_no_configuration_that_has_problems) {
   sandbox.configure("names: maybe\n");
-  const Outcome run = sandbox.velun({"config"});
-  EXPECT_EQ(run.out, "");
-  EXPECT_EQ(run.err, file + " has problems:\n  line 4: names must be true or false\n");
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(sandbox.velun({"config"})),
+            failure(file + " has problems:\n  line 4: names must be true or false\n"));
 }
 
 TEST_F(ShowConfig, succeeds_when_standard_output_is_full_or_closed) {

@@ -24,9 +24,7 @@ class LoadConfig : public ::testing::Test {
   }
 
   static void expect_missing(const Outcome& run, const std::string& path) {
-    EXPECT_EQ(run.err, "no configuration at " + path + " — run `velun setup` first\n");
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(seen(run), failure("no configuration at " + path + " — run `velun setup` first\n"));
   }
 
   Sandbox sandbox;
@@ -39,9 +37,7 @@ TEST_F(LoadConfig, a_missing_file_is_reported_with_its_path) {
 TEST_F(LoadConfig, an_empty_path_is_reported_between_two_blanks) {
   sandbox.configure();
   const Outcome run = show("");
-  EXPECT_EQ(run.err, "no configuration at  — run `velun setup` first\n");
-  EXPECT_EQ(run.out, "");
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(run), failure("no configuration at  — run `velun setup` first\n"));
 }
 
 TEST_F(LoadConfig, empty_xdg_variables_are_ignored) {

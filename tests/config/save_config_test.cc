@@ -40,10 +40,7 @@ class SaveConfig : public ::testing::Test {
 
 TEST_F(SaveConfig, writes_the_rendering_and_says_where) {
   sandbox.configure("names: no # keep\nstate_dir: ' x'\n");
-  const Outcome run = sandbox.velun({"mode", "off"});
-  EXPECT_EQ(run.out, "wrote " + file + "\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"mode", "off"})), success("wrote " + file + "\n"));
   EXPECT_EQ(read_file(file),
             "# Velun CLI configuration. `velun help config` documents every key.\n"
             "mode: off\nanthropic_port: " +
@@ -131,10 +128,7 @@ TEST_F(SaveConfig, leaves_the_permissions_of_what_it_creates_to_the_file_creatio
 
 TEST_F(SaveConfig, writes_into_the_working_directory_when_the_path_has_no_directory_part) {
   sandbox.environment["VELUN_CLI_CONFIG"] = "bare.yaml";
-  const Outcome run = sandbox.velun({"setup"});
-  EXPECT_EQ(run.out, setup_output("bare.yaml"));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"setup"})), success(setup_output("bare.yaml")));
   EXPECT_EQ(read_file(sandbox.root() / "bare.yaml"), defaults);
 }
 
@@ -147,20 +141,14 @@ TEST_F(SaveConfig, creates_the_directories_of_a_relative_path_below_the_working_
 
 TEST_F(SaveConfig, an_empty_path_is_said_to_be_written_and_nothing_is) {
   sandbox.environment["VELUN_CLI_CONFIG"] = "";
-  const Outcome run = sandbox.velun({"setup"});
-  EXPECT_EQ(run.out, setup_output(""));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"setup"})), success(setup_output("")));
   EXPECT_EQ(names_in(sandbox.root()), (std::vector<std::string>{"err", "home", "in", "out"}));
   EXPECT_EQ(names_in(sandbox.home()), std::vector<std::string>{});
 }
 
 TEST_F(SaveConfig, a_path_that_is_a_directory_is_said_to_be_written_all_the_same) {
   sandbox.environment["VELUN_CLI_CONFIG"] = sandbox.home();
-  const Outcome run = sandbox.velun({"setup"});
-  EXPECT_EQ(run.out, setup_output(sandbox.home()));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"setup"})), success(setup_output(sandbox.home())));
   EXPECT_EQ(names_in(sandbox.home()), std::vector<std::string>{});
 }
 
@@ -170,10 +158,7 @@ TEST_F(SaveConfig, a_file_that_cannot_be_opened_is_said_to_be_written_all_the_sa
   fs::permissions(file, fs::perms::owner_read);
   RunOptions options;
   options.as_nobody = true;
-  const Outcome run = sandbox.velun({"mode", "off"}, options);
-  EXPECT_EQ(run.out, "wrote " + file + "\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"mode", "off"}, options)), success("wrote " + file + "\n"));
   EXPECT_EQ(read_file(file), before);
 }
 

@@ -26,9 +26,7 @@ class StartChild : public Lifecycle {
   void expect_early_end(const std::string& steps) {
     const ScriptedProgram daemon = install_daemon(steps);
     const Outcome run = sandbox.velun({"start"});
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, exited());
-    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(seen(run), failure(exited()));
     EXPECT_LT(run.took, std::chrono::milliseconds(4000));
     EXPECT_EQ(daemon.runs().size(), 1U);
   }
@@ -164,10 +162,7 @@ TEST_F(StartChild, that_cannot_be_forked_is_reported_and_leaves_no_pid_file) {
     const rlimit none{0, 0};
     setrlimit(RLIMIT_NPROC, &none);
   };
-  const Outcome run = sandbox.velun({"start"}, options);
-  EXPECT_EQ(run.out, "");
-  EXPECT_EQ(run.err, "fork failed\n");
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(sandbox.velun({"start"}, options)), failure("fork failed\n"));
   EXPECT_EQ(daemon.runs().size(), 0U);
   EXPECT_TRUE(fs::is_directory(sandbox.state_dir()));
   EXPECT_FALSE(fs::exists(sandbox.pid_file()));

@@ -34,20 +34,16 @@ class StartProgram : public Lifecycle {
 
   void expect_executed(const ScriptedProgram& daemon, const std::string& argument_zero,
                        const RunOptions& options = {}) {
-    const Outcome run = sandbox.velun({"start"}, options);
-    EXPECT_EQ(run.err, exited_text(argument_zero + " " + spaced(sandbox.daemon_flags())));
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(seen(sandbox.velun({"start"}, options)),
+              failure(exited_text(argument_zero + " " + spaced(sandbox.daemon_flags()))));
     ASSERT_EQ(daemon.runs().size(), 1U);
     EXPECT_EQ(daemon.runs()[0].argv[0], argument_zero);
   }
 
   void expect_not_executable(const std::string& program, const RunOptions& options = {}) {
-    const Outcome run = sandbox.velun({"start"}, options);
-    EXPECT_EQ(run.err, exec_failed_text(program) +
-                           exited_text(program + " " + spaced(sandbox.daemon_flags())));
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(seen(sandbox.velun({"start"}, options)),
+              failure(exec_failed_text(program) +
+                      exited_text(program + " " + spaced(sandbox.daemon_flags()))));
   }
 };
 

@@ -19,11 +19,9 @@ TEST_F(Start, records_the_child_and_reports_it_when_the_control_port_answers) {
   const Outcome run = sandbox.velun({"start"});
   ASSERT_EQ(daemon.runs().size(), 1U);
   const RecordedRun started = daemon.runs()[0];
-  EXPECT_EQ(run.out, "running (pid " + std::to_string(started.pid) +
-                         ", mode watch)\ndashboard: http://127.0.0.1:" +
-                         std::to_string(sandbox.control_port()) + "/\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(run), success("running (pid " + std::to_string(started.pid) +
+                               ", mode watch)\ndashboard: http://127.0.0.1:" +
+                               std::to_string(sandbox.control_port()) + "/\n"));
   EXPECT_EQ(read_file(sandbox.pid_file()), std::to_string(started.pid) + "\n");
   EXPECT_TRUE(is_running(started.pid));
 }
@@ -50,10 +48,8 @@ TEST_F(Start, does_nothing_in_mode_off_and_asks_nobody) {
   sandbox.write_pid_file("4711 as it was");
   const ScriptedProgram daemon = install_daemon("forever");
   const LoopbackServer control = answering_port();
-  const Outcome run = sandbox.velun({"start"});
-  EXPECT_EQ(run.out, "mode is off — nothing to start (see `velun mode`)\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"start"})),
+            success("mode is off — nothing to start (see `velun mode`)\n"));
   EXPECT_EQ(control.requests().size(), 0U);
   EXPECT_EQ(daemon.runs().size(), 0U);
   EXPECT_EQ(read_file(sandbox.pid_file()), "4711 as it was");
@@ -93,11 +89,9 @@ class StartModelDir : public Lifecycle {
   void expect_refused(const std::string& model_dir, const RunOptions& options = {}) {
     sandbox.configure("model_dir: " + model_dir + "\n");
     const ScriptedProgram daemon = install_daemon("exit 3");
-    const Outcome run = sandbox.velun({"start"}, options);
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, "model_dir does not exist: " + model_dir +
-                           "\n`velun help model` explains how to get a model.\n");
-    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(seen(sandbox.velun({"start"}, options)),
+              failure("model_dir does not exist: " + model_dir +
+                      "\n`velun help model` explains how to get a model.\n"));
     EXPECT_EQ(daemon.runs().size(), 0U);
     EXPECT_FALSE(fs::exists(sandbox.state_dir()));
   }

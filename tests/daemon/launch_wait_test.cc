@@ -59,9 +59,7 @@ TEST_F(StartWait, accepts_a_control_port_that_answers_late) {
   });
   const Outcome run = sandbox.velun({"start"});
   ASSERT_EQ(daemon.runs().size(), 1U);
-  EXPECT_EQ(run.out, running_text(daemon.runs()[0].pid, "watch"));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(run), success(running_text(daemon.runs()[0].pid, "watch")));
   EXPECT_EQ(probes, 21);
   EXPECT_GE(run.took, milliseconds(2000));
 }
@@ -86,18 +84,14 @@ TEST_F(StartWait, asks_before_it_looks_whether_the_child_has_ended) {
   });
   const Outcome run = sandbox.velun({"start"});
   ASSERT_TRUE(eventually([&] { return daemon.runs().size() == 1; }));
-  EXPECT_EQ(run.out, running_text(daemon.runs()[0].pid, "watch"));
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(run), success(running_text(daemon.runs()[0].pid, "watch")));
 }
 
 TEST_F(StartWait, gives_up_after_five_seconds_and_leaves_the_child_running) {
   const ScriptedProgram daemon = install_daemon("log-term\nforever");
   const Outcome run = sandbox.velun({"start"});
   ASSERT_EQ(daemon.runs().size(), 1U);
-  EXPECT_EQ(run.out, "");
-  EXPECT_EQ(run.err, gave_up_text(daemon));
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(run), failure(gave_up_text(daemon)));
   EXPECT_GE(run.took, milliseconds(5000));
   EXPECT_LT(run.took, milliseconds(15000));
   EXPECT_TRUE(is_running(daemon.runs()[0].pid));

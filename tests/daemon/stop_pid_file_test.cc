@@ -30,10 +30,7 @@ class StopPidFile : public Lifecycle {
 
   void expect_no_pid(const std::string& text) {
     sandbox.write_pid_file(text);
-    const Outcome silent = sandbox.velun({"stop"}, apart());
-    EXPECT_EQ(silent.out, "not running\n");
-    EXPECT_EQ(silent.err, "");
-    EXPECT_EQ(silent.status, 0);
+    EXPECT_EQ(seen(sandbox.velun({"stop"}, apart())), success("not running\n"));
     EXPECT_FALSE(fs::exists(sandbox.pid_file()));
     expect_no_pid_while_a_daemon_answers(text);
   }
@@ -41,20 +38,14 @@ class StopPidFile : public Lifecycle {
   void expect_no_pid_while_a_daemon_answers(const std::string& text) {
     sandbox.write_pid_file(text);
     const LoopbackServer control = answering_port();
-    const Outcome answered = sandbox.velun({"stop"}, apart());
-    EXPECT_EQ(answered.out, "");
-    EXPECT_EQ(answered.err, foreign_text());
-    EXPECT_EQ(answered.status, 1);
+    EXPECT_EQ(seen(sandbox.velun({"stop"}, apart())), failure(foreign_text()));
     EXPECT_EQ(read_file(sandbox.pid_file()), text);
     EXPECT_TRUE(bystander.alive());
   }
 
   void expect_pid_of_bystander(const std::string& text) {
     sandbox.write_pid_file(text);
-    const Outcome run = sandbox.velun({"stop"}, apart());
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, silent_text(bystander.pid()));
-    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(seen(sandbox.velun({"stop"}, apart())), failure(silent_text(bystander.pid())));
     EXPECT_EQ(read_file(sandbox.pid_file()), text);
     EXPECT_TRUE(bystander.alive());
   }
@@ -130,20 +121,14 @@ TEST_F(StopPidFile, with_text_behind_the_number_still_stops_that_daemon) {
 
 TEST_F(StopPidFile, that_is_a_directory_records_no_pid) {
   fs::create_directories(sandbox.pid_file() / "full");
-  const Outcome silent = sandbox.velun({"stop"}, apart());
-  EXPECT_EQ(silent.out, "not running\n");
-  EXPECT_EQ(silent.err, "");
-  EXPECT_EQ(silent.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"stop"}, apart())), success("not running\n"));
   EXPECT_EQ(names_in(sandbox.pid_file()), std::vector<std::string>{"full"});
 }
 
 TEST_F(StopPidFile, that_is_a_directory_is_kept_while_a_daemon_answers) {
   fs::create_directories(sandbox.pid_file());
   const LoopbackServer control = answering_port();
-  const Outcome run = sandbox.velun({"stop"}, apart());
-  EXPECT_EQ(run.out, "");
-  EXPECT_EQ(run.err, foreign_text());
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(sandbox.velun({"stop"}, apart())), failure(foreign_text()));
   EXPECT_TRUE(fs::is_directory(sandbox.pid_file()));
 }
 
@@ -175,10 +160,7 @@ TEST_F(StopWithoutPowers, a_process_of_another_user_counts_as_gone) {
     GTEST_SKIP() << "every process may be signalled here";
   }
   sandbox.write_pid_file(untouchable());
-  const Outcome run = sandbox.velun({"stop"}, without_powers());
-  EXPECT_EQ(run.out, "not running\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"stop"}, without_powers())), success("not running\n"));
   EXPECT_FALSE(fs::exists(sandbox.pid_file()));
   EXPECT_TRUE(bystander.alive());
 }
@@ -189,10 +171,7 @@ TEST_F(StopWithoutPowers, a_process_of_another_user_is_not_the_daemon_that_answe
   }
   sandbox.write_pid_file(untouchable());
   const LoopbackServer control = answering_port();
-  const Outcome run = sandbox.velun({"stop"}, without_powers());
-  EXPECT_EQ(run.out, "");
-  EXPECT_EQ(run.err, foreign_text());
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(sandbox.velun({"stop"}, without_powers())), failure(foreign_text()));
   EXPECT_EQ(read_file(sandbox.pid_file()), std::to_string(untouchable()) + "\n");
   EXPECT_TRUE(bystander.alive());
 }
@@ -209,10 +188,7 @@ TEST_F(StopWithoutPowers, an_unreadable_pid_file_records_no_pid) {
   const pid_t signalable = spawn(launch);
   sandbox.write_pid_file(signalable);
   fs::permissions(sandbox.pid_file(), fs::perms::none);
-  const Outcome run = sandbox.velun({"stop"}, without_powers());
-  EXPECT_EQ(run.out, "not running\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"stop"}, without_powers())), success("not running\n"));
   EXPECT_FALSE(fs::exists(sandbox.pid_file()));
   EXPECT_TRUE(is_running(signalable));
 }
@@ -220,10 +196,7 @@ TEST_F(StopWithoutPowers, an_unreadable_pid_file_records_no_pid) {
 TEST_F(StopWithoutPowers, a_pid_file_that_cannot_be_removed_goes_unreported) {
   sandbox.write_pid_file("stale");
   fs::permissions(sandbox.state_dir(), fs::perms::owner_read | fs::perms::owner_exec);
-  const Outcome run = sandbox.velun({"stop"}, without_powers());
-  EXPECT_EQ(run.out, "not running\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"stop"}, without_powers())), success("not running\n"));
   EXPECT_EQ(read_file(sandbox.pid_file()), "stale");
 }
 

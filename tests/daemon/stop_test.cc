@@ -18,10 +18,7 @@ class Stop : public Lifecycle {
   Stop() { sandbox.configure(); }
 
   void expect_stop_says(const std::string& out, const std::string& err, int status) {
-    const Outcome run = sandbox.velun({"stop"});
-    EXPECT_EQ(run.out, out);
-    EXPECT_EQ(run.err, err);
-    EXPECT_EQ(run.status, status);
+    EXPECT_EQ(seen(sandbox.velun({"stop"})), ended(status, out, err));
   }
 
   bool pid_file_exists() const { return fs::exists(sandbox.pid_file()); }
@@ -32,9 +29,7 @@ TEST_F(Stop, ends_a_recorded_daemon_that_answers_with_sigterm) {
   const pid_t pid = launch_recorded(daemon);
   const LoopbackServer control = answering_port();
   const Outcome run = sandbox.velun({"stop"});
-  EXPECT_EQ(run.out, "stopped\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(run), success("stopped\n"));
   EXPECT_GE(run.took, milliseconds(100));
   EXPECT_FALSE(pid_file_exists());
   const int status = wait_for(pid, std::chrono::seconds(10));
@@ -91,9 +86,7 @@ TEST_F(Stop, waits_for_a_daemon_that_ends_late) {
   const pid_t pid = launch_recorded(daemon);
   const LoopbackServer control = answering_port();
   const Outcome run = sandbox.velun({"stop"});
-  EXPECT_EQ(run.out, "stopped\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(run), success("stopped\n"));
   EXPECT_GE(run.took, milliseconds(1500));
   EXPECT_FALSE(pid_file_exists());
   EXPECT_FALSE(is_running(pid));

@@ -60,17 +60,14 @@ class CurlRuns : public Fetching {
   }
 
   void expect_failure_of_both(const Outcome& run) {
-    EXPECT_EQ(run.out, failed_fetch);
-    EXPECT_EQ(run.err, access_message("tokenizer/tokenizer.json") +
-                           "download failed: tokenizer/tokenizer.json\n");
-    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(seen(run), ended(1, failed_fetch,
+                               access_message("tokenizer/tokenizer.json") +
+                                   "download failed: tokenizer/tokenizer.json\n"));
     EXPECT_EQ(names_in(bundle()), Words{});
   }
 
   void expect_failure_with_token(const Outcome& run) {
-    EXPECT_EQ(run.out, failed_fetch);
-    EXPECT_EQ(run.err, "download failed: tokenizer/tokenizer.json\n");
-    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(seen(run), ended(1, failed_fetch, "download failed: tokenizer/tokenizer.json\n"));
     EXPECT_EQ(names_in(sandbox.state_dir()), Words{"models"});
   }
 };

@@ -44,10 +44,7 @@ class Download : public Fetching {
 TEST_F(Download, asks_the_mirror_for_the_three_files_in_order) {
   const LoopbackServer server(0, serving(mirror_files));
   use_mirror(server.port());
-  const Outcome run = sandbox.velun({"model", "fetch"});
-  EXPECT_EQ(run.out, fresh_fetch);
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"})), success(fresh_fetch));
   EXPECT_EQ(server.paths(),
             (std::vector<std::string>{tokenizer_path, calibration_path, graph_path}));
   expect_whole_bundle();

@@ -14,10 +14,7 @@ TEST_F(Hub, delivers_all_files_that_the_mirror_does_not) {
   const LoopbackServer hub(0, serving(hub_files), VELUN_HUB_CERTIFICATE);
   use_mirror(server.port());
   use_hub(hub.port());
-  const Outcome run = sandbox.velun({"model", "fetch"});
-  EXPECT_EQ(run.out, fresh_fetch);
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"})), success(fresh_fetch));
   EXPECT_EQ(server.paths(),
             (std::vector<std::string>{tokenizer_path, calibration_path, graph_path}));
   EXPECT_EQ(hub.paths(), (std::vector<std::string>{on_hub("tokenizer/tokenizer.json"),
@@ -43,20 +40,18 @@ TEST_F(Hub, that_refuses_without_a_token_is_explained_before_the_failure_is_told
       0, [](const std::string&) { return answer(403, "sign in"); }, VELUN_HUB_CERTIFICATE);
   use_mirror(server.port());
   use_hub(hub.port());
-  const Outcome run = sandbox.velun({"model", "fetch"});
-  EXPECT_EQ(run.out, failed_fetch);
-  EXPECT_EQ(run.err, access_message("tokenizer/tokenizer.json") +
-                         "download failed: tokenizer/tokenizer.json\n");
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"})),
+            ended(1, failed_fetch,
+                  access_message("tokenizer/tokenizer.json") +
+                      "download failed: tokenizer/tokenizer.json\n"));
   EXPECT_EQ(hub.requests().size(), 1U);
 }
 
 TEST_F(Hub, that_cannot_be_reached_is_explained_in_the_same_way) {
-  const Outcome run = sandbox.velun({"model", "fetch"});
-  EXPECT_EQ(run.out, failed_fetch);
-  EXPECT_EQ(run.err, access_message("tokenizer/tokenizer.json") +
-                         "download failed: tokenizer/tokenizer.json\n");
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"})),
+            ended(1, failed_fetch,
+                  access_message("tokenizer/tokenizer.json") +
+                      "download failed: tokenizer/tokenizer.json\n"));
 }
 
 TEST_F(Hub, that_refuses_a_later_file_is_explained_with_that_files_mirror) {
@@ -75,10 +70,8 @@ TEST_F(Hub, that_refuses_despite_a_token_is_not_explained) {
       0, [](const std::string&) { return answer(403, ""); }, VELUN_HUB_CERTIFICATE);
   use_hub(hub.port());
   use_token("hf_refused");
-  const Outcome run = sandbox.velun({"model", "fetch"});
-  EXPECT_EQ(run.out, failed_fetch);
-  EXPECT_EQ(run.err, "download failed: tokenizer/tokenizer.json\n");
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"})),
+            ended(1, failed_fetch, "download failed: tokenizer/tokenizer.json\n"));
 }
 
 TEST_F(Hub, with_an_empty_token_counts_as_asked_without_one) {

@@ -103,10 +103,7 @@ class HubToken : public Fetching {
 };
 
 TEST_F(HubToken, goes_to_the_hub_as_a_bearer_token) {
-  const Outcome run = sandbox.velun({"model", "fetch"});
-  EXPECT_EQ(run.out, fresh_fetch);
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"})), success(fresh_fetch));
   expect_token_reached_the_hub();
 }
 

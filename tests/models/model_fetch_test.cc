@@ -26,10 +26,7 @@ class ModelFetch : public Fetching {
 };
 
 TEST_F(ModelFetch, fills_an_empty_home_with_a_whole_bundle) {
-  const Outcome run = sandbox.velun({"model", "fetch"});
-  EXPECT_EQ(run.out, fresh_fetch);
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"})), success(fresh_fetch));
   EXPECT_EQ(names_in(sandbox.state_dir()), std::vector<std::string>{"models"});
   EXPECT_EQ(names_in(sandbox.models_dir()), std::vector<std::string>{"velun-pii-m-v1.3"});
   EXPECT_EQ(names_in(bundle()),
@@ -60,10 +57,7 @@ TEST_F(ModelFetch, fills_a_relative_state_directory_below_the_current_one) {
 }
 
 TEST_F(ModelFetch, of_the_compact_variant_says_that_there_is_none_and_takes_the_full_one) {
-  const Outcome run = sandbox.velun({"model", "fetch", "compact"});
-  EXPECT_EQ(run.out, no_compact + fresh_fetch);
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"model", "fetch", "compact"})), success(no_compact + fresh_fetch));
   EXPECT_EQ(server.paths(),
             (std::vector<std::string>{tokenizer_path, calibration_path, graph_path}));
 }
@@ -117,10 +111,7 @@ TEST_F(ModelFetch, does_not_report_labels_and_manifest_that_cannot_be_opened) {
   put_all_files();
   fs::create_directories(bundle() / "labels.json");
   fs::create_directories(bundle() / "manifest.json");
-  const Outcome run = sandbox.velun({"model", "fetch"});
-  EXPECT_EQ(run.out, second_fetch);
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"})), success(second_fetch));
 }
 
 TEST_F(ModelFetch, does_not_report_a_bundle_directory_that_cannot_be_written) {
@@ -128,10 +119,7 @@ TEST_F(ModelFetch, does_not_report_a_bundle_directory_that_cannot_be_written) {
   fs::permissions(bundle(), fs::perms::owner_read | fs::perms::owner_exec);
   RunOptions options;
   options.as_nobody = true;
-  const Outcome run = sandbox.velun({"model", "fetch"}, options);
-  EXPECT_EQ(run.out, second_fetch);
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"}, options)), success(second_fetch));
   EXPECT_EQ(sandbox.velun({"model", "list"}).out, "  velun-pii-m-v1.3  (incomplete)\n");
 }
 
@@ -162,10 +150,8 @@ TEST_F(ModelFetch, ends_through_the_termination_path_when_the_directory_cannot_b
 TEST_F(ModelFetch, needs_a_configuration) {
   fs::remove(sandbox.config_file());
   const Outcome run = sandbox.velun({"model", "fetch"});
-  EXPECT_EQ(run.out, "");
-  EXPECT_EQ(run.err, "no configuration at " + sandbox.config_file().string() +
-                         " — run `velun setup` first\n");
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(run), failure("no configuration at " + sandbox.config_file().string() +
+                               " — run `velun setup` first\n"));
   EXPECT_FALSE(fs::exists(sandbox.state_dir()));
 }
 

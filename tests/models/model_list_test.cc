@@ -51,10 +51,7 @@ TEST_F(ModelList, says_which_bundle_is_incomplete) {
 
 TEST_F(ModelList, is_what_the_command_does_without_a_word) {
   add_complete(models() / "one");
-  const Outcome run = sandbox.velun({"model"});
-  EXPECT_EQ(run.out, "  one\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"model"})), success("  one\n"));
   EXPECT_EQ(sandbox.velun({"model", ""}).out, "  one\n");
 }
 
@@ -180,10 +177,7 @@ TEST_F(ModelList, lists_nothing_of_a_models_directory_that_may_not_be_read) {
   fs::permissions(models(), fs::perms::none);
   RunOptions options;
   options.as_nobody = true;
-  const Outcome run = sandbox.velun({"model", "list"}, options);
-  EXPECT_EQ(run.out, no_models);
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"model", "list"}, options)), success(no_models));
 }
 
 TEST_F(ModelList, takes_a_bundle_that_may_not_be_looked_into_for_incomplete) {
@@ -232,10 +226,7 @@ class ModelWords : public ModelList {};
 TEST_F(ModelWords, that_are_unknown_get_the_usage) {
   add_complete(models() / "one");
   for (const char* word : {"List", "ls", " list", "fetch ", "Use", "--help", "one"}) {
-    const Outcome run = sandbox.velun({"model", word});
-    EXPECT_EQ(run.out, "") << word;
-    EXPECT_EQ(run.err, usage) << word;
-    EXPECT_EQ(run.status, 2) << word;
+    EXPECT_EQ(seen(sandbox.velun({"model", word})), ended(2, "", usage)) << word;
   }
 }
 

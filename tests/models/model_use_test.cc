@@ -23,10 +23,7 @@ class ModelUse : public ::testing::Test {
 
   // The command succeeds without a daemon and stores this path.
   void expect_stored(const std::string& argument, const std::string& model_dir) {
-    const Outcome run = sandbox.velun({"model", "use", argument});
-    EXPECT_EQ(run.out, wrote());
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(seen(sandbox.velun({"model", "use", argument})), success(wrote()));
     EXPECT_EQ(read_file(sandbox.config_file()),
               sandbox.rendering("watch", "model_dir: " + model_dir + "\n"));
   }
@@ -35,10 +32,7 @@ class ModelUse : public ::testing::Test {
   void expect_refused(const std::string& argument, const std::string& message) {
     sandbox.configure("# by hand\nnames:   false\nendpoint_url: http://127.0.0.1:1\n");
     const std::string before = read_file(sandbox.config_file());
-    const Outcome run = sandbox.velun({"model", "use", argument});
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, message);
-    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(seen(sandbox.velun({"model", "use", argument})), failure(message));
     EXPECT_EQ(read_file(sandbox.config_file()), before);
   }
 
@@ -138,10 +132,7 @@ TEST_F(ModelUse, needs_an_argument) {
   for (const std::vector<std::string>& words :
        {std::vector<std::string>{"model", "use"}, std::vector<std::string>{"model", "use", ""}}) {
     const std::string before = read_file(sandbox.config_file());
-    const Outcome run = sandbox.velun(words);
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err, "usage: velun model use <id-or-path>\n");
-    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(seen(sandbox.velun(words)), ended(2, "", "usage: velun model use <id-or-path>\n"));
     EXPECT_EQ(read_file(sandbox.config_file()), before);
   }
 }
@@ -183,10 +174,8 @@ TEST_F(ModelUse, says_how_to_load_the_bundle_when_a_daemon_runs) {
   const std::string bundle = complete(sandbox.models_dir() / "one");
   const LoopbackServer control(sandbox.control_port(),
                                [](const std::string&) { return answer(200, "ok"); });
-  const Outcome run = sandbox.velun({"model", "use", "one"});
-  EXPECT_EQ(run.out, wrote() + "restart to load it: velun restart\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"model", "use", "one"})),
+            success(wrote() + "restart to load it: velun restart\n"));
   EXPECT_EQ(control.paths(), std::vector<std::string>{"/healthz"});
   EXPECT_EQ(read_file(sandbox.config_file()),
             sandbox.rendering("watch", "model_dir: " + bundle + "\n"));

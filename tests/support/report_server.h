@@ -26,9 +26,7 @@ inline LoopbackServer::Handler healthy_with(const std::string& body) {
 /// Expects exactly this exit status and these texts on the two streams.
 inline void expect_outcome(const Outcome& run, int status, const std::string& out,
                            const std::string& err) {
-  EXPECT_EQ(run.out, out);
-  EXPECT_EQ(run.err, err);
-  EXPECT_EQ(run.status, status);
+  EXPECT_EQ(seen(run), ended(status, out, err));
 }
 
 /// `levels` arrays, one inside the other, as JSON text.

@@ -44,7 +44,28 @@ void become_nobody() {
   }
 }
 
+std::string ending_with(const std::string& how, const std::string& out, const std::string& err) {
+  return how + "\nstandard output:\n" + out + "\nstandard error:\n" + err;
+}
+
 }  // namespace
+
+std::string seen(const Outcome& run) {
+  return run.signal == 0 ? ended(run.status, run.out, run.err)
+                         : ending_with("signal " + std::to_string(run.signal), run.out, run.err);
+}
+
+std::string ended(int status, const std::string& out, const std::string& err) {
+  return ending_with("status " + std::to_string(status), out, err);
+}
+
+std::string success(const std::string& out) {
+  return ended(0, out, "");
+}
+
+std::string failure(const std::string& err) {
+  return ended(1, "", err);
+}
 
 Sandbox::Sandbox() {
   std::string pattern = (fs::temp_directory_path() / "velun-test-XXXXXX").string();

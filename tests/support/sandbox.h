@@ -20,6 +20,16 @@ struct Outcome {
   std::chrono::milliseconds took{0};
 };
 
+/// All that a script can tell of a run, the status or signal and both streams, as one text:
+/// compared with one of the texts below, a run that differs is shown as a diff.
+std::string seen(const Outcome& run);
+/// That text for a run that exits with `status`.
+std::string ended(int status, const std::string& out, const std::string& err);
+/// For status 0 and a silent standard error.
+std::string success(const std::string& out);
+/// For status 1 and a silent standard output.
+std::string failure(const std::string& err);
+
 /// What a run of velun gets besides its words.
 struct RunOptions {
   std::string input;          ///< standard input
@@ -62,6 +72,8 @@ class Sandbox {
   /// `last` at the end.
   std::vector<std::string> daemon_flags(const std::vector<std::string>& after_quiet = {},
                                         const std::vector<std::string>& last = {}) const;
+  /// The line with which velun reports a save of the config file.
+  std::string wrote() const { return "wrote " + config_file().string() + "\n"; }
   void write_pid_file(const std::string& text) const;
   void write_pid_file(pid_t pid) const;
 
