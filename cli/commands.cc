@@ -9,12 +9,12 @@
 #include "cli/reports.h"
 #include "cli/setup.h"
 #include "cli/show_config.h"
-#include "config/exit_status.h"
 #include "config/load_config.h"
 #include "daemon/launch.h"
 #include "daemon/status.h"
 #include "daemon/stop.h"
 #include "models/model_commands.h"
+#include "system/exit_status.h"
 
 namespace velun {
 namespace {

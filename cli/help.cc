@@ -5,8 +5,8 @@
 #include <iterator>
 #include <string_view>
 
-#include "config/exit_status.h"
 #include "config/outside_locations.h"
+#include "system/exit_status.h"
 
 namespace velun {
 namespace {

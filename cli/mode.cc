@@ -2,11 +2,11 @@
 
 #include <iostream>
 
-#include "config/exit_status.h"
 #include "config/writer.h"
 #include "daemon/control_client.h"
 #include "daemon/launch.h"
 #include "daemon/stop.h"
+#include "system/exit_status.h"
 
 namespace velun {
 

@@ -4,9 +4,9 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "config/exit_status.h"
 #include "config/locations.h"
 #include "daemon/control_client.h"
+#include "system/exit_status.h"
 
 using nlohmann::json;
 

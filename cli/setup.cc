@@ -3,9 +3,9 @@
 #include <iostream>
 
 #include "config/config.h"
-#include "config/exit_status.h"
 #include "config/load_config.h"
 #include "config/writer.h"
+#include "system/exit_status.h"
 
 namespace velun {
 namespace {

@@ -2,9 +2,9 @@
 
 #include <iostream>
 
-#include "config/exit_status.h"
 #include "config/locations.h"
 #include "config/writer.h"
+#include "system/exit_status.h"
 
 namespace velun {
 

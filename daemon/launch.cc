@@ -10,11 +10,11 @@
 #include <iostream>
 #include <system_error>
 
-#include "config/exit_status.h"
 #include "config/locations.h"
 #include "daemon/control_client.h"
-#include "daemon/execute.h"
 #include "daemon/polling.h"
+#include "system/execute.h"
+#include "system/exit_status.h"
 
 namespace fs = std::filesystem;
 

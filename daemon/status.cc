@@ -3,9 +3,9 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "config/exit_status.h"
 #include "config/locations.h"
 #include "daemon/control_client.h"
+#include "system/exit_status.h"
 
 using nlohmann::json;
 

@@ -10,10 +10,10 @@
 #include <string>
 #include <system_error>
 
-#include "config/exit_status.h"
 #include "config/locations.h"
 #include "daemon/control_client.h"
 #include "daemon/polling.h"
+#include "system/exit_status.h"
 
 namespace velun {
 namespace {

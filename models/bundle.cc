@@ -6,8 +6,8 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "config/exit_status.h"
 #include "config/locations.h"
+#include "system/exit_status.h"
 
 namespace fs = std::filesystem;
 

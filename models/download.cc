@@ -14,10 +14,10 @@
 #include <utility>
 #include <vector>
 
-#include "config/exit_status.h"
 #include "config/locations.h"
 #include "config/outside_locations.h"
-#include "daemon/execute.h"
+#include "system/execute.h"
+#include "system/exit_status.h"
 
 namespace fs = std::filesystem;
 

@@ -3,13 +3,13 @@
 #include <filesystem>
 #include <iostream>
 
-#include "config/exit_status.h"
 #include "config/locations.h"
 #include "config/writer.h"
 #include "daemon/control_client.h"
 #include "models/bundle.h"
 #include "models/catalog.h"
 #include "models/download.h"
+#include "system/exit_status.h"
 
 namespace fs = std::filesystem;
 

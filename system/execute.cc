@@ -1,4 +1,4 @@
-#include "daemon/execute.h"
+#include "system/execute.h"
 
 #include <unistd.h>
 
