@@ -59,9 +59,4 @@ fs::path pid_file_of(const Config& config) {
   return state_dir_of(config) / "velun-cli.pid";
 }
 
-bool path_exists(const fs::path& path) {
-  std::error_code ignored;
-  return fs::exists(path, ignored);
-}
-
 }  // namespace velun

@@ -31,8 +31,4 @@ std::filesystem::path models_dir_of(const Config& config);
 /// The file that records the process id of the daemon that velun started.
 std::filesystem::path pid_file_of(const Config& config);
 
-/// True when anything is at the path, links followed. A question that fails, for a name too long or
-/// a missing permission, counts as no.
-bool path_exists(const std::filesystem::path& path);
-
 }  // namespace velun

@@ -15,6 +15,7 @@
 #include "daemon/polling.h"
 #include "system/execute.h"
 #include "system/exit_status.h"
+#include "system/path_exists.h"
 
 namespace fs = std::filesystem;
 

@@ -6,8 +6,8 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "config/locations.h"
 #include "system/exit_status.h"
+#include "system/path_exists.h"
 
 namespace fs = std::filesystem;
 

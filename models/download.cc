@@ -18,6 +18,7 @@
 #include "config/outside_locations.h"
 #include "system/execute.h"
 #include "system/exit_status.h"
+#include "system/path_exists.h"
 
 namespace fs = std::filesystem;
 

@@ -10,6 +10,7 @@
 #include "models/catalog.h"
 #include "models/download.h"
 #include "system/exit_status.h"
+#include "system/path_exists.h"
 
 namespace fs = std::filesystem;
 

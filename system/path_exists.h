@@ -1,0 +1,12 @@
+// Asking whether something is there, the way velun asks everywhere.
+#pragma once
+
+#include <filesystem>
+
+namespace velun {
+
+/// True when anything is at the path, links followed. A question that fails, for a name too long or
+/// a missing permission, counts as no.
+bool path_exists(const std::filesystem::path& path);
+
+}  // namespace velun
