@@ -3,14 +3,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <initializer_list>
 #include <iostream>
-#include <system_error>
+#include <vector>
 
 #include "config/locations.h"
+#include "daemon/command_line.h"
 #include "daemon/control_client.h"
 #include "daemon/polling.h"
 #include "system/execute.h"
@@ -21,16 +20,6 @@ namespace fs = std::filesystem;
 
 namespace velun {
 namespace {
-
-// The first word, then every other one behind the separator; an empty word keeps its place.
-std::string join(const std::vector<std::string>& words, char separator) {
-  std::string text;
-  for (const std::string& word : words) {
-    text += word + separator;
-  }
-  text.pop_back();
-  return text;
-}
 
 // Creates the state directory and returns the configuration with its path filled in, so that the
 // daemon is always told where it is.
@@ -55,7 +44,7 @@ void record_pid(const Config& config, pid_t pid) {
   std::ofstream(pid_file_of(config), std::ios::trunc) << std::to_string(pid) + "\n";
 }
 
-int wait_for_daemon(const Config& config, pid_t pid, const std::string& command_line) {
+int wait_for_daemon(const Config& config, pid_t pid, const std::vector<std::string>& command) {
   for (int i = 0; i < poll_tries; ++i) {
     pause_before_try();
     if (daemon_healthy(config.control_port)) {
@@ -65,8 +54,8 @@ int wait_for_daemon(const Config& config, pid_t pid, const std::string& command_
       return status_success;
     }
     if (waitpid(pid, nullptr, WNOHANG) == pid) {
-      std::cerr << "velund exited during startup — run it by hand to see why:\n  " + command_line +
-                       "\n";
+      std::cerr << "velund exited during startup — run it by hand to see why:\n  " +
+                       command_text(command) + "\n";
       return status_failure;
     }
   }
@@ -76,49 +65,6 @@ int wait_for_daemon(const Config& config, pid_t pid, const std::string& command_
 }
 
 }  // namespace
-
-std::vector<std::string> daemon_argv(const Config& config) {
-  std::vector<std::string> argv = {"--anthropic-port", std::to_string(config.anthropic_port),
-                                   "--openai-port",    std::to_string(config.openai_port),
-                                   "--control-port",   std::to_string(config.control_port)};
-  const auto add = [&argv](std::initializer_list<std::string> words) {
-    argv.insert(argv.end(), words);
-  };
-  if (!config.state_dir.empty()) {
-    add({"--state-dir", config.state_dir});
-  }
-  add({"--quiet"});
-  if (config.mode == "protect") {
-    add({"--protect"});
-  }
-  add({"--detector", "local"});
-  if (config.names) {
-    add({"--names"});
-  }
-  if (!config.endpoint_url.empty()) {
-    add({"--model-endpoint", config.endpoint_url});
-  } else if (!config.model_dir.empty()) {
-    add({"--model", config.model_dir});
-  }
-  if (!config.intercept_apps.empty()) {
-    add({"--intercept", join(config.intercept_apps, ',')});
-    add({"--intercept-port", std::to_string(config.intercept_port)});
-  }
-  return argv;
-}
-
-std::string find_daemon_program(const std::string& argument_zero) {
-  std::error_code error;
-  const fs::path tool = fs::canonical(argument_zero, error);
-  if (!error) {
-    const fs::path beside = tool.parent_path() / "velund";
-    if (path_exists(beside)) {
-      return beside.string();
-    }
-  }
-  const char* named = std::getenv("VELUND");
-  return named != nullptr ? named : "velund";
-}
 
 int start_daemon(const Config& config, const std::string& argument_zero) {
   if (config.mode == "off") {
@@ -148,7 +94,7 @@ int start_daemon(const Config& config, const std::string& argument_zero) {
     become_daemon(command);
   }
   record_pid(launched, pid);
-  return wait_for_daemon(launched, pid, join(command, ' '));
+  return wait_for_daemon(launched, pid, command);
 }
 
 }  // namespace velun

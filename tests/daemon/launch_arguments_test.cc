@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "daemon/launch.h"
+#include "daemon/command_line.h"
 #include "tests/support/lifecycle.h"
 
 namespace velun::test {

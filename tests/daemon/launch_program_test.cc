@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "daemon/launch.h"
+#include "daemon/command_line.h"
 #include "tests/support/lifecycle.h"
 
 namespace fs = std::filesystem;

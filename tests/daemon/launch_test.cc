@@ -1,5 +1,3 @@
-#include "daemon/launch.h"
-
 #include <gtest/gtest.h>
 
 #include "tests/support/lifecycle.h"
