@@ -10,9 +10,8 @@
 #include "cli/setup.h"
 #include "cli/show_config.h"
 #include "config/load_config.h"
-#include "daemon/launch.h"
+#include "daemon/lifecycle.h"
 #include "daemon/status.h"
-#include "daemon/stop.h"
 #include "models/model_commands.h"
 #include "system/exit_status.h"
 

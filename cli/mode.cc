@@ -4,16 +4,10 @@
 
 #include "config/writer.h"
 #include "daemon/control_client.h"
-#include "daemon/launch.h"
-#include "daemon/stop.h"
+#include "daemon/lifecycle.h"
 #include "system/exit_status.h"
 
 namespace velun {
-
-int restart_daemon(const Config& config, const std::string& argument_zero) {
-  const int stopped = stop_daemon(config);
-  return stopped == status_success ? start_daemon(config, argument_zero) : stopped;
-}
 
 int change_mode(Config config, const std::string& word, const std::string& argument_zero) {
   if (!is_mode(word)) {

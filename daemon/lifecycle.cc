@@ -1,17 +1,22 @@
-#include "daemon/launch.h"
+#include "daemon/lifecycle.h"
 
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include "config/locations.h"
 #include "daemon/command_line.h"
 #include "daemon/control_client.h"
-#include "daemon/polling.h"
 #include "system/execute.h"
 #include "system/exit_status.h"
 #include "system/path_exists.h"
@@ -20,6 +25,30 @@ namespace fs = std::filesystem;
 
 namespace velun {
 namespace {
+
+// Start and stop watch the daemon in one rhythm: a fixed number of tries, a pause before each,
+// about five seconds in all.
+constexpr int poll_tries = 50;
+
+// A signal that interrupts the sleep does not shorten it.
+void pause_before_try() {
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+}
+
+// A pid file that cannot be written goes unreported: the daemon runs all the same.
+void record_pid(const Config& config, pid_t pid) {
+  std::ofstream(pid_file_of(config), std::ios::trunc) << std::to_string(pid) + "\n";
+}
+
+// A number that does not fit a pid must not be used: signals to zero and below reach whole groups.
+std::optional<pid_t> read_recorded_pid(const Config& config) {
+  std::ifstream file(pid_file_of(config));
+  pid_t pid = 0;
+  if (file >> pid && pid > 0) {
+    return pid;
+  }
+  return std::nullopt;
+}
 
 // Creates the state directory and returns the configuration with its path filled in, so that the
 // daemon is always told where it is.
@@ -37,11 +66,6 @@ Config prepare_state_dir(Config config) {
   execute(command);
   std::cerr << "could not start " + command[0] + ": exec failed\n";
   _exit(status_exec_failed);
-}
-
-// A pid file that cannot be written goes unreported: the daemon runs all the same.
-void record_pid(const Config& config, pid_t pid) {
-  std::ofstream(pid_file_of(config), std::ios::trunc) << std::to_string(pid) + "\n";
 }
 
 int wait_for_daemon(const Config& config, pid_t pid, const std::vector<std::string>& command) {
@@ -62,6 +86,45 @@ int wait_for_daemon(const Config& config, pid_t pid, const std::vector<std::stri
   std::cerr << "started (pid " + std::to_string(pid) +
                    ") but the control port did not answer in 5 s\n";
   return status_failure;
+}
+
+// A process that may not be signalled counts as gone: it cannot be the one this user started.
+bool is_alive(pid_t pid) {
+  return kill(pid, 0) == 0;
+}
+
+bool wait_until_gone(pid_t pid) {
+  for (int i = 0; i < poll_tries; ++i) {
+    pause_before_try();
+    if (!is_alive(pid)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+int finish(const Config& config, const char* message) {
+  std::error_code ignored;
+  fs::remove(pid_file_of(config), ignored);
+  std::cout << message;
+  return status_success;
+}
+
+int stop_recorded(const Config& config, pid_t pid) {
+  const std::string number = std::to_string(pid);
+  if (!daemon_healthy(config.control_port)) {
+    std::cerr << "the recorded pid " + number + " is alive but no daemon answers on port " +
+                     std::to_string(config.control_port) +
+                     " — not killing it; if it is a stuck daemon, `kill " + number + "`\n";
+    return status_failure;
+  }
+  // A daemon that ends between the test and the signal is what the wait below expects anyway.
+  kill(pid, SIGTERM);
+  if (!wait_until_gone(pid)) {
+    std::cerr << "still running after 5 s — `kill -9 " + number + "` if you mean it\n";
+    return status_failure;
+  }
+  return finish(config, "stopped\n");
 }
 
 }  // namespace
@@ -95,6 +158,24 @@ int start_daemon(const Config& config, const std::string& argument_zero) {
   }
   record_pid(launched, pid);
   return wait_for_daemon(launched, pid, command);
+}
+
+int stop_daemon(const Config& config) {
+  const std::optional<pid_t> pid = read_recorded_pid(config);
+  if (pid && is_alive(*pid)) {
+    return stop_recorded(config, *pid);
+  }
+  if (daemon_healthy(config.control_port)) {
+    std::cerr << "a daemon answers on port " + std::to_string(config.control_port) +
+                     " but this CLI did not start it — not touching it\n";
+    return status_failure;
+  }
+  return finish(config, "not running\n");
+}
+
+int restart_daemon(const Config& config, const std::string& argument_zero) {
+  const int stopped = stop_daemon(config);
+  return stopped == status_success ? start_daemon(config, argument_zero) : stopped;
 }
 
 }  // namespace velun
