@@ -4,7 +4,6 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "config/locations.h"
 #include "daemon/control_client.h"
 #include "system/exit_status.h"
 
@@ -17,12 +16,12 @@ namespace {
 // half of one behind.
 int print_report(const Config& config, const std::string& path,
                  std::optional<std::string> (*report_of)(const std::string& body)) {
-  if (!daemon_healthy(config.control_port)) {
+  const std::optional<std::string> body = ask_daemon(config, path);
+  if (!body) {
     std::cout << "not running\n";
     return status_success;
   }
-  const std::string body = control_get(config.control_port, path, read_control_token(config));
-  const std::optional<std::string> report = report_of(body);
+  const std::optional<std::string> report = report_of(*body);
   if (!report) {
     std::cerr << "could not read " + path + "\n";
     return status_failure;
@@ -55,7 +54,6 @@ std::optional<std::string> log_report(const std::string& body) {
   if (answer.is_discarded()) {
     return std::nullopt;
   }
-  // By reference: copying a deeply nested answer would exhaust the stack.
   const json none;
   const bool absent = answer.is_object() && !answer.contains("entries");
   const json& entries = absent ? none : answer.at("entries");

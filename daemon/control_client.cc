@@ -14,6 +14,8 @@
 #include <boost/beast/http/string_body.hpp>
 #include <boost/system/system_error.hpp>
 
+#include "config/locations.h"
+
 namespace asio = boost::asio;
 namespace http = boost::beast::http;
 
@@ -79,6 +81,13 @@ std::string control_get(int port, const std::string& path, const std::string& to
 
 bool daemon_healthy(int port) {
   return !control_get(port, "/healthz", "").empty();
+}
+
+std::optional<std::string> ask_daemon(const Config& config, const std::string& path) {
+  if (!daemon_healthy(config.control_port)) {
+    return std::nullopt;
+  }
+  return control_get(config.control_port, path, read_control_token(config));
 }
 
 }  // namespace velun

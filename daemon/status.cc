@@ -3,7 +3,6 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "config/locations.h"
 #include "daemon/control_client.h"
 #include "system/exit_status.h"
 
@@ -34,7 +33,6 @@ std::string engine_line(const json& answer) {
          "\n";
 }
 
-// Members are iterated by reference: copying a deeply nested one would exhaust the stack.
 std::string listener_lines(const json& answer) {
   const auto listeners = answer.find("listeners");
   if (listeners == answer.end()) {
@@ -75,17 +73,16 @@ std::optional<std::string> status_report(const std::string& body, int control_po
 }
 
 int print_status(const Config& config) {
-  if (!daemon_healthy(config.control_port)) {
+  const std::optional<std::string> body = ask_daemon(config, "/v1/status");
+  if (!body) {
     std::cout << "not running (configured mode: " + config.mode + ")\n";
     return status_success;
   }
-  const std::string body =
-      control_get(config.control_port, "/v1/status", read_control_token(config));
-  if (body.empty()) {
+  if (body->empty()) {
     std::cerr << "the daemon answers /healthz but refused /v1/status — token mismatch?\n";
     return status_failure;
   }
-  const std::optional<std::string> report = status_report(body, config.control_port);
+  const std::optional<std::string> report = status_report(*body, config.control_port);
   if (!report) {
     std::cerr << "unparseable /v1/status\n";
     return status_failure;
