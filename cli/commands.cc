@@ -9,7 +9,7 @@
 #include "cli/reports.h"
 #include "cli/setup.h"
 #include "cli/show_config.h"
-#include "config/load_config.h"
+#include "config/config_file.h"
 #include "daemon/lifecycle.h"
 #include "daemon/status.h"
 #include "models/model_commands.h"
@@ -54,7 +54,7 @@ int run_command(Invocation& invocation) {
       std::find_if(std::begin(commands), std::end(commands),
                    [&](const Command& row) { return row.word == invocation.command; });
   const bool known = command != std::end(commands);
-  if (!(known && !command->needs_config) && !load_config(invocation.config, true)) {
+  if (!(known && !command->needs_config) && !load_config(invocation.config, MissingFile::reported)) {
     return status_failure;
   }
   if (!known) {

@@ -2,7 +2,7 @@
 
 #include <iostream>
 
-#include "config/writer.h"
+#include "config/config_file.h"
 #include "daemon/control_client.h"
 #include "daemon/lifecycle.h"
 #include "system/exit_status.h"

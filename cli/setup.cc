@@ -3,8 +3,7 @@
 #include <iostream>
 
 #include "config/config.h"
-#include "config/load_config.h"
-#include "config/writer.h"
+#include "config/config_file.h"
 #include "system/exit_status.h"
 
 namespace velun {
@@ -50,7 +49,7 @@ std::string prompt_value(const std::string& label, const std::string& fallback) 
 int run_setup() {
   Config config;
   // A missing file leaves the defaults, a faulty one its good values; either way there is an offer.
-  load_config(config, false);
+  load_config(config, MissingFile::silent);
   std::cout << "Velun CLI setup — Enter keeps the value in brackets.\n\n";
   config.mode = ask_mode(config.mode);
   ask_detection(config);

@@ -1,10 +1,5 @@
 #include "config/writer.h"
 
-#include <fstream>
-#include <iostream>
-
-#include "config/locations.h"
-
 namespace velun {
 namespace {
 
@@ -77,16 +72,6 @@ std::string quote_value(const std::string& text) {
     }
   }
   return quoted + "\"";
-}
-
-void save_config(const Config& config) {
-  const std::filesystem::path path = config_path();
-  if (path.has_parent_path()) {
-    std::filesystem::create_directories(path.parent_path());
-  }
-  std::ofstream file(path, std::ios::trunc);
-  file << render_config(config) << std::flush;
-  std::cout << "wrote " + path.string() + "\n";
 }
 
 }  // namespace velun

@@ -1,7 +1,7 @@
-// Turns a `Config` into the text of `velun.yaml` and writes it. The reader reads the text back to
-// the same record, except for an `intercept_port` without `intercept_apps` (not written), list
-// items that are empty or hold a comma, a bare value that ends in a carriage return, and lists
-// whose bare items hold an apostrophe.
+// Turns a `Config` into the text of `velun.yaml`. The reader reads the text back to the same
+// record, except for an `intercept_port` without `intercept_apps` (not written), list items that
+// are empty or hold a comma, a bare value that ends in a carriage return, and lists whose bare
+// items hold an apostrophe.
 #pragma once
 
 #include <string>
@@ -15,10 +15,5 @@ std::string render_config(const Config& config);
 
 /// The text bare where the reader takes it bare, else in double quotes with escapes.
 std::string quote_value(const std::string& text);
-
-/// Writes the rendering to `config_path`, creating its parent directories, and prints "wrote " and
-/// the path. Throws std::filesystem::filesystem_error when a directory cannot be created; a file
-/// that cannot be written goes unreported.
-void save_config(const Config& config);
 
 }  // namespace velun

@@ -4,7 +4,7 @@
 #include <iostream>
 
 #include "config/locations.h"
-#include "config/writer.h"
+#include "config/config_file.h"
 #include "daemon/control_client.h"
 #include "models/bundle.h"
 #include "models/catalog.h"

@@ -1,4 +1,4 @@
-#include "config/load_config.h"
+#include "config/config_file.h"
 
 #include <gtest/gtest.h>
 
@@ -132,7 +132,7 @@ TEST_F(LoadConfig, a_missing_file_leaves_the_record_alone) {
   config.mode = "off";
   config.intercept_port = 7;
   const Config before = config;
-  EXPECT_FALSE(load_config(config, false));
+  EXPECT_FALSE(load_config(config, MissingFile::silent));
   EXPECT_EQ(config, before);
 }
 
@@ -146,7 +146,7 @@ TEST_F(LoadConfig, a_valid_file_replaces_every_field_of_the_record) {
   config.anthropic_port = config.openai_port = config.control_port = config.intercept_port = 7;
   config.names = false;
   config.intercept_apps = {"a"};
-  EXPECT_TRUE(load_config(config, true));
+  EXPECT_TRUE(load_config(config, MissingFile::reported));
   Config expected;
   expected.control_port = 9103;
   EXPECT_EQ(fields_of(config), fields_of(expected));
@@ -161,7 +161,7 @@ TEST_F(LoadConfig, a_bad_port_keeps_its_default_and_the_other_keys_apply) {
   config.mode = "off";
   std::ostringstream report;
   std::streambuf* standard_error = std::cerr.rdbuf(report.rdbuf());
-  EXPECT_FALSE(load_config(config, false));
+  EXPECT_FALSE(load_config(config, MissingFile::silent));
   std::cerr.rdbuf(standard_error);
   EXPECT_EQ(report.str(), sandbox.config_file().string() +
                               " has problems:\n  line 1: control_port must be a port between 1 and "

@@ -3,7 +3,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
-#include "config/writer.h"
+#include "config/config_file.h"
 #include "tests/support/environment_variable.h"
 #include "tests/support/sandbox.h"
 

@@ -1,4 +1,4 @@
-#include "config/load_config.h"
+#include "config/config_file.h"
 
 #include <filesystem>
 #include <fstream>
@@ -8,6 +8,7 @@
 #include "config/locations.h"
 #include "config/reader.h"
 #include "config/validator.h"
+#include "config/writer.h"
 
 namespace velun {
 namespace {
@@ -28,11 +29,11 @@ std::optional<std::string> read_file(const std::filesystem::path& path) {
 
 }  // namespace
 
-bool load_config(Config& config, bool verbose) {
+bool load_config(Config& config, MissingFile missing_file) {
   const std::filesystem::path path = config_path();
   const std::optional<std::string> text = read_file(path);
   if (!text) {
-    if (verbose) {
+    if (missing_file == MissingFile::reported) {
       std::cerr << "no configuration at " + path.string() + " — run `velun setup` first\n";
     }
     return false;
@@ -48,6 +49,17 @@ bool load_config(Config& config, bool verbose) {
   }
   std::cerr << report;
   return false;
+}
+
+void save_config(const Config& config) {
+  const std::filesystem::path path = config_path();
+  if (path.has_parent_path()) {
+    std::filesystem::create_directories(path.parent_path());
+  }
+  std::ofstream file(path, std::ios::trunc);
+  // On disk before it is said to be: whoever waits for the line may read the file at once.
+  file << render_config(config) << std::flush;
+  std::cout << "wrote " + path.string() + "\n";
 }
 
 }  // namespace velun

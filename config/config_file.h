@@ -1,0 +1,22 @@
+// The two ways in which the config file is touched: read whole with everything that is wrong with
+// it reported at once, and written whole from a record.
+#pragma once
+
+#include "config/config.h"
+
+namespace velun {
+
+/// What a config file that cannot be read is worth: a line on standard error, or nothing.
+enum class MissingFile { reported, silent };
+
+/// Loads the file at `config_path` into `config`. False when the file cannot be read, which leaves
+/// `config` alone; false, too, when it has problems, which are always reported together on standard
+/// error while every valid key is applied.
+bool load_config(Config& config, MissingFile missing_file);
+
+/// Writes the rendering to `config_path`, creating its parent directories, and prints "wrote " and
+/// the path. Throws std::filesystem::filesystem_error when a directory cannot be created; a file
+/// that cannot be written goes unreported.
+void save_config(const Config& config);
+
+}  // namespace velun
