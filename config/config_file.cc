@@ -44,8 +44,9 @@ bool load_config(Config& config, MissingFile missing_file) {
     return true;
   }
   std::string report = path.string() + " has problems:\n";
-  for (const std::string& problem : problems) {
-    report += "  " + problem + "\n";
+  for (const Problem& problem : problems) {
+    report += "  " + (problem.line != 0 ? "line " + std::to_string(problem.line) + ": " : "") +
+              problem.text + "\n";
   }
   std::cerr << report;
   return false;

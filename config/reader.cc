@@ -103,7 +103,7 @@ RawConfig parse_config_text(std::string_view text, Problems& problems) {
     }
     ++number;
     if (auto problem = read_line(line, number, raw)) {
-      problems.push_back("line " + std::to_string(number) + ": " + *problem);
+      problems.push_back({number, *std::move(problem)});
     }
   }
   return raw;

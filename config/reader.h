@@ -22,11 +22,19 @@ struct ConfigEntry {
 /// Keys in ascending byte order, which is the order in which the validator reports them.
 using RawConfig = std::map<std::string, ConfigEntry>;
 
-/// Texts for the user, collected by the reader and then the validator, in the order of reporting.
-using Problems = std::vector<std::string>;
+/// One thing that is wrong with the file, for the user.
+struct Problem {
+  int line = 0;  ///< 1-based; 0 when no single line is to blame
+  std::string text;
 
-/// Reads the whole text. Never fails as a whole: a bad line appends one problem, "line N: " first,
-/// and leaves nothing in the result. The first of two equal keys wins.
+  bool operator==(const Problem&) const = default;
+};
+
+/// Collected by the reader and then the validator, in the order of reporting.
+using Problems = std::vector<Problem>;
+
+/// Reads the whole text. Never fails as a whole: a bad line appends one problem and leaves nothing
+/// in the result. The first of two equal keys wins.
 RawConfig parse_config_text(std::string_view text, Problems& problems);
 
 /// Without leading and trailing spaces and tabs; other white space stays.
