@@ -29,4 +29,10 @@ inline bool is_mode(std::string_view word) {
   return word == "off" || word == "watch" || word == "protect";
 }
 
+/// The mode that a word of the daemon's or of an old config file means: both call watch "monitor".
+/// Every other word means itself, whether it is a mode or not.
+inline std::string mode_meant_by(const std::string& word) {
+  return word == "monitor" ? "watch" : word;
+}
+
 }  // namespace velun

@@ -20,8 +20,7 @@ Verdict accept(std::string& field, const std::string& value) {
 }
 
 Verdict apply_mode(const std::string& value, Config& config) {
-  // "monitor" is the daemon's word for watch and stands in old files.
-  const std::string mode = value == "monitor" ? "watch" : value;
+  const std::string mode = mode_meant_by(value);
   if (!is_mode(mode)) {
     return "mode must be off, watch or protect (got `" + value + "`)";
   }

@@ -15,9 +15,7 @@ namespace {
 // whether or not its value is shown, so that an answer is either understood whole or not at all.
 
 std::string mode_line(const json& answer) {
-  const std::string mode = answer.value("mode", "?");
-  // The daemon's own name for the watch mode.
-  return "mode:      " + (mode == "monitor" ? "watch" : mode) + "\n";
+  return "mode:      " + mode_meant_by(answer.value("mode", "?")) + "\n";
 }
 
 std::string engine_line(const json& answer) {
