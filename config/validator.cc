@@ -6,47 +6,34 @@
 #include <numeric>
 #include <optional>
 #include <utility>
+#include <variant>
 #include <vector>
 
 namespace velun {
 namespace {
 
-// The result of applying one value: nothing when it was accepted, else the problem's text.
+// What became of one value: nothing when it was accepted, else the problem's text.
 using Verdict = std::optional<std::string>;
 
-Verdict accept(std::string& field, const std::string& value) {
-  field = value;
-  return std::nullopt;
-}
-
-Verdict apply_mode(const std::string& value, Config& config) {
+Verdict judge_mode(const std::string& value, Config& config) {
   const std::string mode = mode_meant_by(value);
   if (!is_mode(mode)) {
     return "mode must be off, watch or protect (got `" + value + "`)";
   }
-  return accept(config.mode, mode);
+  config.mode = mode;
+  return std::nullopt;
 }
 
-Verdict apply_endpoint_url(const std::string& value, Config& config) {
+Verdict judge_endpoint_url(const std::string& value, Config& config) {
   // Any value that begins with http passes; the daemon judges the rest.
   if (!value.empty() && !value.starts_with("http")) {
     return "endpoint_url must start with http:// or https://";
   }
-  return accept(config.endpoint_url, value);
-}
-
-Verdict apply_port(std::string_view key, const std::string& value, int& port) {
-  int number = 0;
-  const char* end = value.data() + value.size();
-  const auto [stop, error] = std::from_chars(value.data(), end, number);
-  if (error != std::errc() || stop != end || number < 1 || number > 65535) {
-    return std::string(key) + " must be a port between 1 and 65535";
-  }
-  port = number;
+  config.endpoint_url = value;
   return std::nullopt;
 }
 
-Verdict apply_names(const std::string& value, Config& config) {
+Verdict judge_names(const std::string& value, Config& config) {
   const bool yes = value == "true" || value == "yes" || value == "on";
   const bool no = value == "false" || value == "no" || value == "off";
   if (!yes && !no) {
@@ -56,47 +43,53 @@ Verdict apply_names(const std::string& value, Config& config) {
   return std::nullopt;
 }
 
-struct KeyRule {
+using Text = std::string Config::*;
+using Port = int Config::*;
+using List = std::vector<std::string> Config::*;
+using Judge = Verdict (*)(const std::string& value, Config& config);
+
+struct KnownKey {
   std::string_view key;
-  std::string_view takes;  // the scalar, in the words of the not-a-list problem; empty: a list
-  Verdict (*apply)(const std::string& value, Config& config);
+  std::string_view takes;                       // in the words of its problems
+  std::variant<Text, Port, List, Judge> value;  // its field, or who judges it
 };
 
 // In the order in which the keys are documented, which is also the order of preference among
 // equally near suggestions.
-constexpr KeyRule key_rules[] = {
-    {"mode", "off, watch or protect", apply_mode},
-    {"model_dir", "a directory path",
-     [](const std::string& value, Config& config) { return accept(config.model_dir, value); }},
-    {"endpoint_url", "a URL", apply_endpoint_url},
-    {"anthropic_port", "a port number",
-     [](const std::string& value, Config& config) {
-       return apply_port("anthropic_port", value, config.anthropic_port);
-     }},
-    {"openai_port", "a port number",
-     [](const std::string& value, Config& config) {
-       return apply_port("openai_port", value, config.openai_port);
-     }},
-    {"control_port", "a port number",
-     [](const std::string& value, Config& config) {
-       return apply_port("control_port", value, config.control_port);
-     }},
-    {"state_dir", "a directory path",
-     [](const std::string& value, Config& config) { return accept(config.state_dir, value); }},
-    {"names", "true or false", apply_names},
-    {"intercept_apps", "", nullptr},
-    {"intercept_port", "a port number",
-     [](const std::string& value, Config& config) {
-       return apply_port("intercept_port", value, config.intercept_port);
-     }},
+constexpr KnownKey KNOWN_KEYS[] = {
+    {"mode", "off, watch or protect", judge_mode},
+    {"model_dir", "a directory path", &Config::model_dir},
+    {"endpoint_url", "a URL", judge_endpoint_url},
+    {"anthropic_port", "a port number", &Config::anthropic_port},
+    {"openai_port", "a port number", &Config::openai_port},
+    {"control_port", "a port number", &Config::control_port},
+    {"state_dir", "a directory path", &Config::state_dir},
+    {"names", "true or false", judge_names},
+    {"intercept_apps", "a list, e.g. [claude-desktop, chatgpt]", &Config::intercept_apps},
+    {"intercept_port", "a port number", &Config::intercept_port},
 };
 
-Verdict apply_intercept_apps(const ConfigEntry& entry, Config& config) {
-  if (!entry.is_list) {
-    return "intercept_apps is a list, e.g. [claude-desktop, chatgpt]";
+Verdict apply_port(std::string_view key, const std::string& value, int& port) {
+  int number = 0;
+  const char* end = value.data() + value.size();
+  // Takes a minus but no plus, and no number that an int cannot hold.
+  const auto [stop, error] = std::from_chars(value.data(), end, number);
+  if (error != std::errc() || stop != end || number < 1 || number > 65535) {
+    return std::string(key) + " must be a port between 1 and 65535";
   }
-  config.intercept_apps = entry.items;
+  port = number;
   return std::nullopt;
+}
+
+Verdict apply_scalar(const KnownKey& known, const std::string& scalar, Config& config) {
+  if (const Text* field = std::get_if<Text>(&known.value)) {
+    config.*(*field) = scalar;
+    return std::nullopt;
+  }
+  if (const Port* field = std::get_if<Port>(&known.value)) {
+    return apply_port(known.key, scalar, config.*(*field));
+  }
+  return std::get<Judge>(known.value)(scalar, config);
 }
 
 std::string unknown_key(const std::string& key) {
@@ -106,18 +99,22 @@ std::string unknown_key(const std::string& key) {
 }
 
 Verdict apply_entry(const std::string& key, const ConfigEntry& entry, Config& config) {
-  const auto* rule = std::find_if(std::begin(key_rules), std::end(key_rules),
-                                  [&](const KeyRule& row) { return row.key == key; });
-  if (rule == std::end(key_rules)) {
+  const auto* known = std::ranges::find(KNOWN_KEYS, key, &KnownKey::key);
+  if (known == std::end(KNOWN_KEYS)) {
     return unknown_key(key);
   }
-  if (rule->apply == nullptr) {
-    return apply_intercept_apps(entry, config);
+  const std::string takes(known->takes);
+  if (const List* field = std::get_if<List>(&known->value)) {
+    if (!entry.is_list) {
+      return key + " is " + takes;
+    }
+    config.*(*field) = entry.items;
+    return std::nullopt;
   }
   if (entry.is_list) {
-    return "`" + key + "` takes " + std::string(rule->takes) + ", not a list";
+    return "`" + key + "` takes " + takes + ", not a list";
   }
-  return rule->apply(entry.scalar, config);
+  return apply_scalar(*known, entry.scalar, config);
 }
 
 // Levenshtein distance over bytes, one edit for an insertion, a deletion or a substitution.
@@ -147,8 +144,7 @@ Config validate_config(const RawConfig& raw, Problems& problems) {
   }
   if (!config.model_dir.empty() && !config.endpoint_url.empty()) {
     problems.push_back({.text = "model_dir and endpoint_url exclude each other — the daemon runs "
-                                "one detection engine per "
-                                "launch"});
+                                "one detection engine per launch"});
   }
   return config;
 }
@@ -156,11 +152,11 @@ Config validate_config(const RawConfig& raw, Problems& problems) {
 std::string suggest_key(std::string_view unknown_key) {
   std::size_t best_distance = 4;
   std::string_view best;
-  for (const KeyRule& rule : key_rules) {
-    const std::size_t distance = edit_distance(unknown_key, rule.key);
+  for (const KnownKey& known : KNOWN_KEYS) {
+    const std::size_t distance = edit_distance(unknown_key, known.key);
     if (distance < best_distance) {
       best_distance = distance;
-      best = rule.key;
+      best = known.key;
     }
   }
   return std::string(best);
