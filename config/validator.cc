@@ -153,6 +153,12 @@ std::string suggest_key(std::string_view unknown_key) {
   std::size_t best_distance = 4;
   std::string_view best;
   for (const KnownKey& known : KNOWN_KEYS) {
+    // Every byte that one has more than the other is an edit: most keys need no closer look, and a
+    // key of many megabytes none.
+    const auto [shorter, longer] = std::minmax({unknown_key.size(), known.key.size()});
+    if (longer - shorter >= best_distance) {
+      continue;
+    }
     const std::size_t distance = edit_distance(unknown_key, known.key);
     if (distance < best_distance) {
       best_distance = distance;
