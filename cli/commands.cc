@@ -3,13 +3,16 @@
 #include <algorithm>
 #include <iostream>
 #include <iterator>
+#include <string_view>
 
 #include "cli/help.h"
 #include "cli/mode.h"
 #include "cli/reports.h"
 #include "cli/setup.h"
-#include "cli/show_config.h"
+#include "config/config.h"
 #include "config/config_file.h"
+#include "config/locations.h"
+#include "config/writer.h"
 #include "daemon/lifecycle.h"
 #include "daemon/status.h"
 #include "models/model_commands.h"
@@ -19,49 +22,65 @@ namespace velun {
 namespace {
 
 struct Command {
-  const char* word;
+  std::string_view word;
   bool needs_config;
-  int (*run)(const Invocation& invocation);
+  int (*run)(const Invocation& words, const Config& config);
 };
 
-int help(const Invocation& invocation) {
-  return print_help(invocation.argument);
+int help(const Invocation& words, const Config&) {
+  return print_help(words.argument);
+}
+
+int show_config(const Invocation&, const Config& config) {
+  std::cout << "file: " + config_path().string() + "\n\n" + render_config(config);
+  return status_success;
 }
 
 constexpr Command commands[] = {
     {"help", false, help},
     {"--help", false, help},
     {"-h", false, help},
-    {"setup", false, [](const Invocation&) { return run_setup(); }},
-    {"start", true, [](const Invocation& i) { return start_daemon(i.config, i.argument_zero); }},
-    {"stop", true, [](const Invocation& i) { return stop_daemon(i.config); }},
+    {"setup", false, [](const Invocation&, const Config&) { return run_setup(); }},
+    {"start", true,
+     [](const Invocation& words, const Config& config) {
+       return start_daemon(config, words.argument_zero);
+     }},
+    {"stop", true, [](const Invocation&, const Config& config) { return stop_daemon(config); }},
     {"restart", true,
-     [](const Invocation& i) { return restart_daemon(i.config, i.argument_zero); }},
-    {"status", true, [](const Invocation& i) { return print_status(i.config); }},
-    {"stats", true, [](const Invocation& i) { return print_stats(i.config); }},
-    {"log", true, [](const Invocation& i) { return print_log(i.config); }},
-    {"config", true, [](const Invocation& i) { return show_config(i.config); }},
+     [](const Invocation& words, const Config& config) {
+       return restart_daemon(config, words.argument_zero);
+     }},
+    {"status", true, [](const Invocation&, const Config& config) { return print_status(config); }},
+    {"stats", true, [](const Invocation&, const Config& config) { return print_stats(config); }},
+    {"log", true, [](const Invocation&, const Config& config) { return print_log(config); }},
+    {"config", true, show_config},
     {"model", true,
-     [](const Invocation& i) { return run_model_command(i.config, i.argument, i.third); }},
+     [](const Invocation& words, const Config& config) {
+       return run_model_command(config, words.argument, words.third);
+     }},
     {"mode", true,
-     [](const Invocation& i) { return change_mode(i.config, i.argument, i.argument_zero); }},
+     [](const Invocation& words, const Config& config) {
+       return change_mode(config, words.argument, words.argument_zero);
+     }},
 };
 
 }  // namespace
 
-int run_command(Invocation& invocation) {
-  const auto* command =
-      std::find_if(std::begin(commands), std::end(commands),
-                   [&](const Command& row) { return row.word == invocation.command; });
+int run_command(const Invocation& invocation) {
+  const auto* command = std::ranges::find(commands, invocation.command, &Command::word);
   const bool known = command != std::end(commands);
-  if (!(known && !command->needs_config) && !load_config(invocation.config, MissingFile::reported)) {
+  Config config;
+  if (known && !command->needs_config) {
+    return command->run(invocation, config);
+  }
+  if (!load_config(config, MissingFile::reported)) {
     return status_failure;
   }
   if (!known) {
     std::cerr << "unknown command `" + invocation.command + "` — `velun help` lists them\n";
     return status_usage;
   }
-  return command->run(invocation);
+  return command->run(invocation, config);
 }
 
 }  // namespace velun

@@ -34,10 +34,9 @@ int main(int argc, char* argv[]) {
   // that nothing catches ends the process.
   std::cout << std::unitbuf;
 
-  velun::Invocation invocation;
-  invocation.argument_zero = argc > 0 ? argv[0] : "";
-  invocation.command = argc > 1 ? argv[1] : "help";
-  invocation.argument = argc > 2 ? argv[2] : "";
-  invocation.third = argc > 3 ? argv[3] : "";
+  const velun::Invocation invocation = {.argument_zero = argc > 0 ? argv[0] : "",
+                                        .command = argc > 1 ? argv[1] : "help",
+                                        .argument = argc > 2 ? argv[2] : "",
+                                        .third = argc > 3 ? argv[3] : ""};
   return velun::run_command(invocation);
 }
