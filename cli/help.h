@@ -6,9 +6,9 @@
 
 namespace velun {
 
-/// The text of a topic, every line with its newline; nothing for a name that is no topic. The empty
-/// name is the general overview.
-std::optional<std::string> help_topic_text(const std::string& topic);
+/// The text of the topic of that name, every line with its newline; nothing for a name that is no
+/// topic. The empty name is the general overview.
+std::optional<std::string> help_topic_text(const std::string& name);
 
 /// Prints the topic's text on standard output and returns 0; an unknown topic is reported on
 /// standard error and returns 2.
