@@ -12,8 +12,10 @@ namespace velun {
 namespace {
 
 struct Topic {
-  const char* name;
-  const char* text;
+  std::string_view name;
+  std::string_view text;
+  std::string_view location = {};  // a place that packagers choose, behind the text
+  std::string_view rest = {};      // the text behind the location
 };
 
 constexpr Topic topics[] = {
@@ -73,7 +75,8 @@ restart takes about two seconds.
      model_dir at the bundle (the app stores them under its
      'Application Support/Velun Connector/models' directory).
   2. Self-hosted: run the open-source Velun Engine
-     ({engine source}) and set endpoint_url.
+     ()",
+     engine_source_url, R"() and set endpoint_url.
   3. Without either, the built-in pattern floor (`names: true`) covers
      labelled values and known shapes — honest, but far weaker.
 )"},
@@ -98,17 +101,11 @@ own risk you can trust <state_dir>/ca.pem manually.
 }  // namespace
 
 std::optional<std::string> help_topic_text(const std::string& name) {
-  const auto* topic = std::find_if(std::begin(topics), std::end(topics),
-                                   [&](const Topic& row) { return row.name == name; });
+  const auto* topic = std::ranges::find(topics, name, &Topic::name);
   if (topic == std::end(topics)) {
     return std::nullopt;
   }
-  std::string text = topic->text;
-  constexpr std::string_view location = "{engine source}";
-  if (const std::size_t at = text.find(location); at != std::string::npos) {
-    text.replace(at, location.size(), engine_source_url);
-  }
-  return text;
+  return std::string(topic->text).append(topic->location).append(topic->rest);
 }
 
 int print_help(const std::string& topic) {
