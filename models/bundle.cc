@@ -2,11 +2,9 @@
 
 #include <cstdio>
 #include <fstream>
-#include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "system/exit_status.h"
 #include "system/path_exists.h"
 
 namespace fs = std::filesystem;
@@ -48,12 +46,6 @@ struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-// Reads as it goes: a tokenizer of tens of megabytes needs neither a tree nor its text in memory.
-bool is_json(const fs::path& path) {
-  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "re"));
-  return file != nullptr && nlohmann::json::accept(file.get());
-}
-
 }  // namespace
 
 bool bundle_complete(const fs::path& bundle) {
@@ -82,15 +74,16 @@ std::string manifest_json(const ModelCard& card) {
   return text + "}\n";
 }
 
-int finish_bundle(const ModelCard& card, const fs::path& bundle) {
+void write_own_files(const ModelCard& card, const fs::path& bundle) {
   write_text(bundle / "labels.json", labels_json(card));
   write_text(bundle / "manifest.json", manifest_json(card));
-  if (!is_json(bundle / "tokenizer.json")) {
-    std::cerr << "tokenizer.json did not parse — delete " + bundle.string() + " and fetch again\n";
-    return status_failure;
-  }
-  std::cout << "done. activate it with: velun model use " + card.id + "\n";
-  return status_success;
+}
+
+bool tokenizer_parses(const fs::path& bundle) {
+  const fs::path path = bundle / "tokenizer.json";
+  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "re"));
+  // Read as it goes: tens of megabytes need neither a tree nor their text in memory.
+  return file != nullptr && nlohmann::json::accept(file.get());
 }
 
 }  // namespace velun

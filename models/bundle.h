@@ -1,5 +1,5 @@
 // A bundle: the directory that the daemon loads its detection model from. Two of its files are of
-// velun's own making; JSON that velun writes is built as text.
+// velun's own making; JSON that velun writes is built as text. Nothing is printed here.
 #pragma once
 
 #include <filesystem>
@@ -20,9 +20,11 @@ std::string labels_json(const ModelCard& card);
 /// The text of manifest.json: model, window and, unless empty, segment.
 std::string manifest_json(const ModelCard& card);
 
-/// Writes labels.json and manifest.json into the bundle, replacing older ones, and tests that
-/// tokenizer.json is JSON. Says on standard output how to activate the bundle, or on standard error
-/// that the tokenizer did not parse; returns 0 or 1. A file that cannot be written goes unreported.
-int finish_bundle(const ModelCard& card, const std::filesystem::path& bundle);
+/// Writes labels.json and manifest.json into the bundle, replacing older ones. A file that cannot be
+/// written goes unreported; without labels.json the bundle is not complete.
+void write_own_files(const ModelCard& card, const std::filesystem::path& bundle);
+
+/// True when the bundle's tokenizer.json is JSON; false, too, when it cannot be read.
+bool tokenizer_parses(const std::filesystem::path& bundle);
 
 }  // namespace velun

@@ -56,7 +56,13 @@ int fetch_model(const Config& config, const std::string& argument) {
       return status_failure;
     }
   }
-  return finish_bundle(card, bundle);
+  write_own_files(card, bundle);
+  if (!tokenizer_parses(bundle)) {
+    std::cerr << "tokenizer.json did not parse — delete " + bundle.string() + " and fetch again\n";
+    return status_failure;
+  }
+  std::cout << "done. activate it with: velun model use " + card.id + "\n";
+  return status_success;
 }
 
 int use_model(Config config, const std::string& argument) {
