@@ -92,14 +92,8 @@ class TokenHeader {
   _exit(status_exec_failed);
 }
 
-// The part of a URL between "://" and the next slash.
-std::string_view host_of(std::string_view url) {
-  url.remove_prefix(url.find("://") + 3);
-  return url.substr(0, url.find('/'));
-}
-
 void explain_gate(const ModelCard& card, const BundleFile& file) {
-  std::cerr << "\n" + card.display_name + " on " + std::string(host_of(hub_base_url)) +
+  std::cerr << "\n" + card.display_name + " on " + hub_host +
                    " is licence-gated. Either\n  1. wait for the Quorvane mirror (" +
                    mirror_url(card, file) + "), or\n  2. sign in at " + hub_base_url +
                    card.repository +

@@ -97,9 +97,9 @@ class Fetching : public ::testing::Test {
   /// Sends curl to this port of 127.0.0.1 for the hub; the maker's own mirror is never reachable.
   void use_hub(int port, const std::string& more = "silent\n") {
     write_file(sandbox.home() / ".curlrc",
-               "cacert = \"" VELUN_HUB_CERTIFICATE "\"\nconnect-to = \"" +
-                   authority_of(hub_base_url) + ":443:127.0.0.1:" + std::to_string(port) +
-                   "\"\nconnect-to = \"" + authority_of(mirror_base_url) +
+               "cacert = \"" VELUN_HUB_CERTIFICATE "\"\nconnect-to = \"" + std::string(hub_host) +
+                   ":443:127.0.0.1:" + std::to_string(port) + "\"\nconnect-to = \"" +
+                   authority_of(mirror_base_url) +
                    ":443:127.0.0.1:" + std::to_string(closed.number()) + "\"\n" + more);
   }
 
@@ -118,7 +118,7 @@ class Fetching : public ::testing::Test {
 
   /// What standard error says of a refusing hub when there was no token.
   std::string access_message(const std::string& remote_path) const {
-    return "\nVelun 1.3 on " + authority_of(hub_base_url) +
+    return "\nVelun 1.3 on " + std::string(hub_host) +
            " is licence-gated. Either\n"
            "  1. wait for the Quorvane mirror (" +
            mirror + "/velun-pii-m-v1.3/" + remote_path +

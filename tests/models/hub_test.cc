@@ -29,7 +29,7 @@ TEST_F(Hub, is_asked_under_its_own_name_and_without_authorization) {
   EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
   ASSERT_EQ(hub.requests().size(), 3U);
   for (const std::string& request : hub.requests()) {
-    EXPECT_NE(request.find("\r\nHost: " + authority_of(hub_base_url) + "\r\n"), std::string::npos);
+    EXPECT_NE(request.find("\r\nHost: " + std::string(hub_host) + "\r\n"), std::string::npos);
     EXPECT_EQ(request.find("Authorization"), std::string::npos) << request;
   }
 }
@@ -102,7 +102,7 @@ TEST_F(Hub, shows_the_words_of_curl_about_both_sources_to_the_user) {
 
 TEST_F(Hub, is_not_trusted_with_a_certificate_that_nobody_vouches_for) {
   const LoopbackServer hub(0, serving(hub_files), VELUN_HUB_CERTIFICATE);
-  write_file(sandbox.home() / ".curlrc", "silent\nconnect-to = \"" + authority_of(hub_base_url) +
+  write_file(sandbox.home() / ".curlrc", "silent\nconnect-to = \"" + std::string(hub_host) +
                                              ":443:127.0.0.1:" + std::to_string(hub.port()) +
                                              "\"\n");
   EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 1);
