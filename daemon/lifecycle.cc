@@ -17,7 +17,7 @@
 #include "config/locations.h"
 #include "daemon/command_line.h"
 #include "daemon/control_client.h"
-#include "system/execute.h"
+#include "system/child.h"
 #include "system/exit_status.h"
 #include "system/path_exists.h"
 

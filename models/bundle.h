@@ -20,8 +20,8 @@ std::string labels_json(const ModelCard& card);
 /// The text of manifest.json: model, window and, unless empty, segment.
 std::string manifest_json(const ModelCard& card);
 
-/// Writes labels.json and manifest.json into the bundle, replacing older ones. A file that cannot be
-/// written goes unreported; without labels.json the bundle is not complete.
+/// Writes labels.json and manifest.json into the bundle, replacing older ones. A file that cannot
+/// be written goes unreported; without labels.json the bundle is not complete.
 void write_own_files(const ModelCard& card, const std::filesystem::path& bundle);
 
 /// True when the bundle's tokenizer.json is JSON; false, too, when it cannot be read.

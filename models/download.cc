@@ -16,7 +16,7 @@
 
 #include "config/locations.h"
 #include "config/outside_locations.h"
-#include "system/execute.h"
+#include "system/child.h"
 #include "system/exit_status.h"
 #include "system/path_exists.h"
 

@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <iostream>
 
-#include "config/locations.h"
 #include "config/config_file.h"
+#include "config/locations.h"
 #include "daemon/control_client.h"
 #include "models/bundle.h"
 #include "models/catalog.h"

@@ -1,4 +1,4 @@
-#include "system/execute.h"
+#include "system/child.h"
 
 #include <unistd.h>
 
