@@ -5,8 +5,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <iostream>
-
 #include "cli/commands.h"
 
 namespace {
@@ -29,10 +27,6 @@ int main(int argc, char* argv[]) {
   open_standard_streams();
   // A parent that ignores SIGCHLD would have the kernel reap our children before we can ask.
   signal(SIGCHLD, SIG_DFL);
-
-  // What is printed goes out at once: before a child adds its own words, and before an exception
-  // that nothing catches ends the process.
-  std::cout << std::unitbuf;
 
   const velun::Invocation invocation = {.argument_zero = argc > 0 ? argv[0] : "",
                                         .command = argc > 1 ? argv[1] : "help",

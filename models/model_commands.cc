@@ -10,6 +10,7 @@
 #include "models/catalog.h"
 #include "models/download.h"
 #include "system/exit_status.h"
+#include "system/make_directories.h"
 #include "system/path_exists.h"
 
 namespace fs = std::filesystem;
@@ -49,7 +50,7 @@ int fetch_model(const Config& config, const std::string& argument) {
     variant = "full";
   }
   const fs::path bundle = models_dir_of(config) / card.id;
-  fs::create_directories(bundle);
+  make_directories(bundle);
   std::cout << "fetching " + card.id + " (" + variant + ")\n";
   for (const BundleFile& file : bundle_files(card, variant)) {
     if (!download_file(config, card, file, bundle)) {

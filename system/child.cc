@@ -2,7 +2,13 @@
 
 #include <unistd.h>
 
+#include <iostream>
+
 namespace velun {
+pid_t fork_child() {
+  std::cout << std::flush;
+  return fork();
+}
 
 void execute(std::vector<std::string>& words) {
   std::vector<char*> argv;

@@ -1,10 +1,16 @@
-// What a forked child does to become another program, the daemon or curl.
+// Running another program, the daemon or curl, in a child process.
 #pragma once
+
+#include <sys/types.h>
 
 #include <string>
 #include <vector>
 
 namespace velun {
+
+/// Forks, as fork() does: the child's pid, 0 in the child, -1 when it failed. What was printed so
+/// far is written out first, so that it stands before the child's words and only once.
+pid_t fork_child();
 
 /// Replaces the process with the program that the first word names, looked up on the search path
 /// when it holds no slash; the words are its arguments, argument zero included. Returns only when
