@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "cli/commands.h"
+#include "system/child.h"
 
 namespace {
 
@@ -27,6 +28,7 @@ int main(int argc, char* argv[]) {
   open_standard_streams();
   // A parent that ignores SIGCHLD would have the kernel reap our children before we can ask.
   signal(SIGCHLD, SIG_DFL);
+  velun::ignore_abandoned_output();
 
   const velun::Invocation invocation = {.argument_zero = argc > 0 ? argv[0] : "",
                                         .command = argc > 1 ? argv[1] : "help",

@@ -1,13 +1,37 @@
 #include "system/child.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <iostream>
 
 namespace velun {
+namespace {
+
+// Asked for once, before anything changes it.
+const struct sigaction& inherited_sigpipe() {
+  static const struct sigaction inherited = [] {
+    struct sigaction current {};
+    sigaction(SIGPIPE, nullptr, &current);
+    return current;
+  }();
+  return inherited;
+}
+
+}  // namespace
+
+void ignore_abandoned_output() {
+  inherited_sigpipe();
+  signal(SIGPIPE, SIG_IGN);
+}
+
 pid_t fork_child() {
   std::cout << std::flush;
-  return fork();
+  const pid_t pid = fork();
+  if (pid == 0) {
+    sigaction(SIGPIPE, &inherited_sigpipe(), nullptr);
+  }
+  return pid;
 }
 
 void execute(std::vector<std::string>& words) {

@@ -8,8 +8,13 @@
 
 namespace velun {
 
+/// Ignores SIGPIPE from now on: a reader that leaves early must not end a command half way, between
+/// the stop and the start of a restart, say. Called once, before the first fork.
+void ignore_abandoned_output();
+
 /// Forks, as fork() does: the child's pid, 0 in the child, -1 when it failed. What was printed so
-/// far is written out first, so that it stands before the child's words and only once.
+/// far is written out first, so that it stands before the child's words and only once. The child
+/// gets back the SIGPIPE disposition that velun was started with.
 pid_t fork_child();
 
 /// Replaces the process with the program that the first word names, looked up on the search path
