@@ -12,7 +12,7 @@
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/string_body.hpp>
-#include <boost/system/system_error.hpp>
+#include <boost/system/error_code.hpp>
 
 #include "config/locations.h"
 
@@ -32,16 +32,16 @@ struct Call {
   std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::now() + call_limit;
 };
 
-// Starts one asynchronous step and runs it to its end; throws when it fails or time is up.
+// Starts one asynchronous step and runs it to its end; false when it fails or time is up. In the
+// latter case the step stays pending while its result here goes out of scope. That does no harm: no
+// later step runs the context again, and destroying it drops the handler without calling it.
 template <typename Start>
-void run_step(Call& call, const Start& start) {
+bool run_step(Call& call, const Start& start) {
   boost::system::error_code result = asio::error::timed_out;
   start([&result](const boost::system::error_code& error, auto&&...) { result = error; });
   call.io.restart();
   call.io.run_until(call.deadline);
-  if (result) {
-    throw boost::system::system_error(result);
-  }
+  return !result;
 }
 
 std::string fetch_body(int port, const std::string& request) {
@@ -50,14 +50,19 @@ std::string fetch_body(int port, const std::string& request) {
   Call call;
   const asio::ip::tcp::endpoint daemon(asio::ip::make_address_v4("127.0.0.1"),
                                        static_cast<unsigned short>(port));
-  run_step(call, [&](auto done) { call.socket.async_connect(daemon, done); });
-  run_step(call, [&](auto done) { asio::async_write(call.socket, asio::buffer(request), done); });
-  // In two steps: read at once, a body that arrives together with its header slips past the
-  // library's limit on announced lengths.
-  run_step(call, [&](auto done) { http::async_read_header(call.socket, buffer, parser, done); });
-  run_step(call, [&](auto done) { http::async_read(call.socket, buffer, parser, done); });
-  http::response<http::string_body>& response = parser.get();
-  return response.result() == http::status::ok ? std::move(response.body()) : std::string();
+  const bool answered =
+      run_step(call, [&](auto done) { call.socket.async_connect(daemon, done); }) &&
+      run_step(call,
+               [&](auto done) { asio::async_write(call.socket, asio::buffer(request), done); }) &&
+      // In two steps: read at once, a body that arrives together with its header slips past the
+      // library's limit on announced lengths.
+      run_step(call,
+               [&](auto done) { http::async_read_header(call.socket, buffer, parser, done); }) &&
+      run_step(call, [&](auto done) { http::async_read(call.socket, buffer, parser, done); });
+  if (!answered || parser.get().result() != http::status::ok) {
+    return "";
+  }
+  return std::move(parser.get().body());
 }
 
 }  // namespace
