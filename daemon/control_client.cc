@@ -22,14 +22,11 @@ namespace http = boost::beast::http;
 namespace velun {
 namespace {
 
-// Connect, write and read share this much time, so that a mute listener cannot hold a command up.
-constexpr std::chrono::seconds call_limit{2};
-
 // One call's socket and the moment by which all of its steps must be done.
 struct Call {
   asio::io_context io;
   asio::ip::tcp::socket socket{io};
-  std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::now() + call_limit;
+  std::chrono::steady_clock::time_point deadline;
 };
 
 // Starts one asynchronous step and runs it to its end; false when it fails or time is up. In the
@@ -44,10 +41,11 @@ bool run_step(Call& call, const Start& start) {
   return !result;
 }
 
-std::string fetch_body(int port, const std::string& request) {
+std::string fetch_body(int port, const std::string& request, std::chrono::milliseconds limit) {
   boost::beast::flat_buffer buffer;
   http::response_parser<http::string_body> parser;
   Call call;
+  call.deadline = std::chrono::steady_clock::now() + limit;
   const asio::ip::tcp::endpoint daemon(asio::ip::make_address_v4("127.0.0.1"),
                                        static_cast<unsigned short>(port));
   const bool answered =
@@ -76,16 +74,17 @@ std::string control_request(int port, const std::string& path, const std::string
   return request + "\r\n";
 }
 
-std::string control_get(int port, const std::string& path, const std::string& token) {
+std::string control_get(int port, const std::string& path, const std::string& token,
+                        std::chrono::milliseconds limit) {
   try {
-    return fetch_body(port, control_request(port, path, token));
+    return fetch_body(port, control_request(port, path, token), limit);
   } catch (const std::exception&) {
     return "";
   }
 }
 
-bool daemon_healthy(int port) {
-  return !control_get(port, "/healthz", "").empty();
+bool daemon_healthy(int port, std::chrono::milliseconds limit) {
+  return !control_get(port, "/healthz", "", limit).empty();
 }
 
 std::optional<std::string> ask_daemon(const Config& config, const std::string& path) {

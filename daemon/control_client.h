@@ -2,6 +2,7 @@
 // 127.0.0.1, one connection each. Nothing is printed here; callers word every failure themselves.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -14,13 +15,17 @@ namespace velun {
 /// daemon judges precisely what its token file holds.
 std::string control_request(int port, const std::string& path, const std::string& token);
 
+/// How long one call may take: connect, write and read together.
+inline constexpr std::chrono::milliseconds call_limit{2000};
+
 /// Asks the daemon's control API for `path` on 127.0.0.1:`port`.
 /// Returns the body of a status-200 answer; the empty text for anything else: another status, no
-/// listener, a broken or over-long answer, or none within two seconds. Never throws.
-std::string control_get(int port, const std::string& path, const std::string& token);
+/// listener, a broken or over-long answer, or none within `limit`. Never throws.
+std::string control_get(int port, const std::string& path, const std::string& token,
+                        std::chrono::milliseconds limit = call_limit);
 
 /// True when GET /healthz, without a token, is answered with status 200 and a non-empty body.
-bool daemon_healthy(int port);
+bool daemon_healthy(int port, std::chrono::milliseconds limit = call_limit);
 
 /// What the daemon says at a `path` that wants the token: nothing when no daemon is healthy, which
 /// is asked first and without it; the empty text when a healthy one refuses. The body is the

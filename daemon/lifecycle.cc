@@ -36,6 +36,10 @@ void pause_before_try() {
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
 }
 
+// How long one probe of a starting daemon may take. One that is slow once is asked again, and a
+// listener that accepts and stays mute holds a start up for half a minute at most.
+constexpr std::chrono::milliseconds probe_limit{500};
+
 // A pid file that cannot be written goes unreported: the daemon runs all the same.
 void record_pid(const Config& config, pid_t pid) {
   std::ofstream(pid_file_of(config), std::ios::trunc) << std::to_string(pid) + "\n";
@@ -72,7 +76,7 @@ Config prepare_state_dir(Config config) {
 int wait_for_daemon(const Config& config, pid_t pid, const std::vector<std::string>& command) {
   for (int i = 0; i < poll_tries; ++i) {
     pause_before_try();
-    if (daemon_healthy(config.control_port)) {
+    if (daemon_healthy(config.control_port, probe_limit)) {
       std::cout << "running (pid " + std::to_string(pid) + ", mode " + config.mode +
                        ")\ndashboard: http://127.0.0.1:" + std::to_string(config.control_port) +
                        "/\n";

@@ -10,10 +10,11 @@
 
 namespace velun {
 
-/// Starts the daemon in a session of its own, records its pid and waits up to about five seconds
-/// for the control port. Returns the exit status: 0 when a daemon runs afterwards or the mode is
-/// off, 1 otherwise. Throws std::filesystem::filesystem_error when the state directory cannot be
-/// created.
+/// Starts the daemon in a session of its own, records its pid and waits about five seconds for the
+/// control port, or up to half a minute while a listener takes connections and stays mute. Returns
+/// the exit status: 0 when a daemon runs afterwards or the mode is off, 1 otherwise. Throws
+/// std::filesystem::filesystem_error when the state directory cannot be created. `argument_zero` is
+/// the tool's own, see `find_daemon_program`.
 int start_daemon(const Config& config, const std::string& argument_zero);
 
 /// Sends SIGTERM to the recorded daemon and waits up to about five seconds for it to go; SIGKILL is
@@ -22,7 +23,7 @@ int start_daemon(const Config& config, const std::string& argument_zero);
 int stop_daemon(const Config& config);
 
 /// Stops the daemon and, only when that returned 0, starts it. Returns the exit status of the step
-/// that decided. `argument_zero` is the tool's own, see `start_daemon`.
+/// that decided; throws like `start_daemon`.
 int restart_daemon(const Config& config, const std::string& argument_zero);
 
 }  // namespace velun

@@ -64,6 +64,21 @@ TEST_F(StartWait, accepts_a_control_port_that_answers_late) {
   EXPECT_GE(run.took, milliseconds(2000));
 }
 
+TEST_F(StartWait, gives_a_mute_listener_half_a_second_and_asks_again) {
+  const ScriptedProgram daemon = install_daemon("forever");
+  std::atomic<int> probes = 0;
+  const LoopbackServer control(sandbox.control_port(), [&](const std::string&) {
+    const int probe = ++probes;
+    return probe == 1 ? answer(503, "") : probe <= 5 ? Reply{"", Ending::hang} : answer(200, "ok");
+  });
+  const Outcome run = sandbox.velun({"start"});
+  ASSERT_EQ(daemon.runs().size(), 1U);
+  EXPECT_EQ(seen(run), success(running_text(daemon.runs()[0].pid, "watch")));
+  EXPECT_EQ(probes, 6);
+  EXPECT_GE(run.took, milliseconds(4 * 600));
+  EXPECT_LT(run.took, milliseconds(4 * 2000)) << "the usual limit of a call";
+}
+
 TEST_F(StartWait, accepts_an_answer_at_the_last_try) {
   const ScriptedProgram daemon = install_daemon("forever");
   std::atomic<int> probes = 0;
