@@ -10,7 +10,8 @@ namespace velun {
 std::string prompt_value(const std::string& label, const std::string& fallback);
 
 /// Asks for the mode and the detection source, offering the current values, and writes the config
-/// file. The daemon is not touched. Always returns 0.
+/// file. The daemon is not touched. Returns 0, also when the file could not be written; throws
+/// std::filesystem::filesystem_error when its directory cannot be created.
 int run_setup();
 
 }  // namespace velun

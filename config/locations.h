@@ -1,6 +1,7 @@
 // Where velun's files are: the config file and the state directory with what lives in it. The
 // environment is read on every call and nothing is created here; whoever writes into a directory
-// creates it.
+// creates it. An `XDG_` variable that is set but empty counts as unset, a `HOME` that is set but
+// empty does not: the path is relative then.
 #pragma once
 
 #include <filesystem>
