@@ -9,7 +9,7 @@ namespace fs = std::filesystem;
 namespace velun::test {
 namespace {
 
-const std::string no_models = "no models — `velun model fetch` downloads one (~1.2 GB)\n";
+const std::string no_models = success("no models — `velun model fetch` downloads one (~1.2 GB)\n");
 const std::string usage = "usage: velun model [list|fetch [compact]|use <id>]\n";
 
 class ModelList : public ::testing::Test {
@@ -28,12 +28,8 @@ class ModelList : public ::testing::Test {
     sandbox.configure("model_dir: \"" + model_dir + "\"\n");
   }
 
-  // The listing, which never fails and never complains.
-  std::string list() {
-    const Outcome run = sandbox.velun({"model", "list"});
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 0);
-    return run.out;
+  std::string list(const RunOptions& options = {}) {
+    return seen(sandbox.velun({"model", "list"}, options));
   }
 
   Sandbox sandbox;
@@ -41,18 +37,18 @@ class ModelList : public ::testing::Test {
 
 TEST_F(ModelList, shows_a_complete_bundle_by_its_name) {
   add_complete(models() / "one");
-  EXPECT_EQ(list(), "  one\n");
+  EXPECT_EQ(list(), success("  one\n"));
 }
 
 TEST_F(ModelList, says_which_bundle_is_incomplete) {
   fs::create_directories(models() / "one");
-  EXPECT_EQ(list(), "  one  (incomplete)\n");
+  EXPECT_EQ(list(), success("  one  (incomplete)\n"));
 }
 
 TEST_F(ModelList, is_what_the_command_does_without_a_word) {
   add_complete(models() / "one");
   EXPECT_EQ(seen(sandbox.velun({"model"})), success("  one\n"));
-  EXPECT_EQ(sandbox.velun({"model", ""}).out, "  one\n");
+  EXPECT_EQ(seen(sandbox.velun({"model", ""})), success("  one\n"));
 }
 
 TEST_F(ModelList, ignores_further_words) {
@@ -63,19 +59,19 @@ TEST_F(ModelList, ignores_further_words) {
 TEST_F(ModelList, marks_the_bundle_in_use) {
   add_complete(models() / "one");
   use((models() / "one").string());
-  EXPECT_EQ(list(), "* one\n");
+  EXPECT_EQ(list(), success("* one\n"));
 }
 
 TEST_F(ModelList, marks_an_incomplete_bundle_in_use) {
   fs::create_directories(models() / "one");
   use((models() / "one").string());
-  EXPECT_EQ(list(), "* one  (incomplete)\n");
+  EXPECT_EQ(list(), success("* one  (incomplete)\n"));
 }
 
 TEST_F(ModelList, marks_no_bundle_when_the_setting_ends_in_a_slash) {
   add_complete(models() / "one");
   use((models() / "one").string() + "/");
-  EXPECT_EQ(list(), "  one\n");
+  EXPECT_EQ(list(), success("  one\n"));
 }
 
 TEST_F(ModelList, compares_the_setting_as_text_not_as_a_place) {
@@ -84,28 +80,28 @@ TEST_F(ModelList, compares_the_setting_as_text_not_as_a_place) {
        {(models() / "." / "one").string(), models().string() + "//one",
         (models() / "one").string() + "/../one", (models() / "One").string()}) {
     use(other);
-    EXPECT_EQ(list(), "  one\n") << other;
+    EXPECT_EQ(list(), success("  one\n")) << other;
   }
 }
 
 TEST_F(ModelList, ends_with_a_setting_outside_the_models_directory) {
   add_complete(models() / "one");
   use("/opt/bundle");
-  EXPECT_EQ(list(), "  one\n* /opt/bundle  (external path)\n");
+  EXPECT_EQ(list(), success("  one\n* /opt/bundle  (external path)\n"));
 }
 
 TEST_F(ModelList, shows_an_external_path_even_when_no_model_is_there) {
   use("/opt/bundle");
-  EXPECT_EQ(list(), "* /opt/bundle  (external path)\n");
+  EXPECT_EQ(list(), success("* /opt/bundle  (external path)\n"));
   fs::create_directories(models());
-  EXPECT_EQ(list(), "* /opt/bundle  (external path)\n");
+  EXPECT_EQ(list(), success("* /opt/bundle  (external path)\n"));
 }
 
 TEST_F(ModelList, takes_another_spelling_of_the_models_directory_for_external) {
   add_complete(models() / "one");
   const std::string spelled = (sandbox.state_dir() / "." / "models" / "one").string();
   use(spelled);
-  EXPECT_EQ(list(), "  one\n* " + spelled + "  (external path)\n");
+  EXPECT_EQ(list(), success("  one\n* " + spelled + "  (external path)\n"));
 }
 
 TEST_F(ModelList, takes_a_sibling_whose_name_begins_like_the_models_directory_for_inside) {
@@ -147,9 +143,9 @@ TEST_F(ModelList, follows_links_to_directories) {
   add_complete(sandbox.root() / "elsewhere");
   fs::create_directories(models());
   fs::create_directory_symlink(sandbox.root() / "elsewhere", models() / "linked");
-  EXPECT_EQ(list(), "  linked\n");
+  EXPECT_EQ(list(), success("  linked\n"));
   use((models() / "linked").string());
-  EXPECT_EQ(list(), "* linked\n");
+  EXPECT_EQ(list(), success("* linked\n"));
 }
 
 TEST_F(ModelList, goes_through_a_link_that_stands_for_the_models_directory) {
@@ -157,14 +153,14 @@ TEST_F(ModelList, goes_through_a_link_that_stands_for_the_models_directory) {
   fs::create_directories(sandbox.state_dir());
   fs::create_directory_symlink(sandbox.root() / "disk", models());
   use((models() / "one").string());
-  EXPECT_EQ(list(), "* one\n");
+  EXPECT_EQ(list(), success("* one\n"));
 }
 
 TEST_F(ModelList, shows_hidden_directories_and_names_of_any_bytes) {
   fs::create_directories(models() / ".hidden");
-  EXPECT_EQ(list(), "  .hidden  (incomplete)\n");
+  EXPECT_EQ(list(), success("  .hidden  (incomplete)\n"));
   fs::rename(models() / ".hidden", models() / "a \xff\n\"b");
-  EXPECT_EQ(list(), "  a \xff\n\"b  (incomplete)\n");
+  EXPECT_EQ(list(), success("  a \xff\n\"b  (incomplete)\n"));
 }
 
 TEST_F(ModelList, lists_nothing_of_a_models_directory_that_is_a_file) {
@@ -177,7 +173,7 @@ TEST_F(ModelList, lists_nothing_of_a_models_directory_that_may_not_be_read) {
   fs::permissions(models(), fs::perms::none);
   RunOptions options;
   options.as_nobody = true;
-  EXPECT_EQ(seen(sandbox.velun({"model", "list"}, options)), success(no_models));
+  EXPECT_EQ(list(options), no_models);
 }
 
 TEST_F(ModelList, takes_a_bundle_that_may_not_be_looked_into_for_incomplete) {
@@ -185,7 +181,7 @@ TEST_F(ModelList, takes_a_bundle_that_may_not_be_looked_into_for_incomplete) {
   fs::permissions(models() / "one", fs::perms::none);
   RunOptions options;
   options.as_nobody = true;
-  EXPECT_EQ(sandbox.velun({"model", "list"}, options).out, "  one  (incomplete)\n");
+  EXPECT_EQ(list(options), success("  one  (incomplete)\n"));
 }
 
 TEST_F(ModelList, keeps_the_order_of_the_directory_over_thousands_of_bundles) {
@@ -202,23 +198,23 @@ TEST_F(ModelList, keeps_the_order_of_the_directory_over_thousands_of_bundles) {
     }
   }
   closedir(directory);
-  EXPECT_EQ(list(), expected);
+  EXPECT_EQ(list(), success(expected));
 }
 
 TEST_F(ModelList, moves_with_the_state_directory_of_the_config) {
   add_complete(sandbox.root() / "own/models/one");
   sandbox.configure("state_dir: " + (sandbox.root() / "own").string() +
                     "\nmodel_dir: " + (sandbox.root() / "own/models/one").string() + "\n");
-  EXPECT_EQ(list(), "* one\n");
+  EXPECT_EQ(list(), success("* one\n"));
 }
 
 TEST_F(ModelList, compares_with_a_relative_state_directory_as_it_stands) {
   add_complete(sandbox.root() / "own/models/one");
   sandbox.configure("state_dir: own\nmodel_dir: own/models/one\n");
-  EXPECT_EQ(list(), "* one\n");
+  EXPECT_EQ(list(), success("* one\n"));
   const std::string absolute = (sandbox.root() / "own/models/one").string();
   sandbox.configure("state_dir: own\nmodel_dir: " + absolute + "\n");
-  EXPECT_EQ(list(), "  one\n* " + absolute + "  (external path)\n");
+  EXPECT_EQ(list(), success("  one\n* " + absolute + "  (external path)\n"));
 }
 
 class ModelWords : public ModelList {};

@@ -19,11 +19,13 @@ class ModelUse : public ::testing::Test {
     return bundle.string();
   }
 
-  std::string wrote() const { return "wrote " + sandbox.config_file().string() + "\n"; }
+  std::string use(const std::string& argument, const RunOptions& options = {}) {
+    return seen(sandbox.velun({"model", "use", argument}, options));
+  }
 
   // The command succeeds without a daemon and stores this path.
   void expect_stored(const std::string& argument, const std::string& model_dir) {
-    EXPECT_EQ(seen(sandbox.velun({"model", "use", argument})), success(wrote()));
+    EXPECT_EQ(use(argument), success(sandbox.wrote()));
     EXPECT_EQ(read_file(sandbox.config_file()),
               sandbox.rendering("watch", "model_dir: " + model_dir + "\n"));
   }
@@ -32,7 +34,7 @@ class ModelUse : public ::testing::Test {
   void expect_refused(const std::string& argument, const std::string& message) {
     sandbox.configure("# by hand\nnames:   false\nendpoint_url: http://127.0.0.1:1\n");
     const std::string before = read_file(sandbox.config_file());
-    EXPECT_EQ(seen(sandbox.velun({"model", "use", argument})), failure(message));
+    EXPECT_EQ(use(argument), failure(message));
     EXPECT_EQ(read_file(sandbox.config_file()), before);
   }
 
@@ -99,8 +101,7 @@ TEST_F(ModelUse, looks_past_a_dangling_link_in_the_current_directory) {
 TEST_F(ModelUse, of_a_relative_state_directory_stores_an_absolute_path) {
   complete(sandbox.root() / "own/models/one");
   sandbox.configure("state_dir: own\n");
-  const Outcome run = sandbox.velun({"model", "use", "one"});
-  EXPECT_EQ(run.out, wrote());
+  EXPECT_EQ(use("one"), success(sandbox.wrote()));
   EXPECT_EQ(
       read_file(sandbox.config_file()),
       sandbox.rendering("watch", "model_dir: " + sandbox.root().string() + "/own/models/one\n",
@@ -117,7 +118,7 @@ TEST_F(ModelUse, drops_the_engine_url_and_keeps_every_other_key) {
   sandbox.configure(
       "mode: protect\nendpoint_url: \"http://127.0.0.1:9\"\nnames: false\nstate_dir: " +
       sandbox.state_dir().string() + "\nintercept_apps: [chatgpt]\nintercept_port: 9000\n");
-  EXPECT_EQ(sandbox.velun({"model", "use", "one"}).out, wrote());
+  EXPECT_EQ(use("one"), success(sandbox.wrote()));
   const std::string ports = "anthropic_port: " + std::to_string(sandbox.anthropic_port()) +
                             "\nopenai_port: " + std::to_string(sandbox.openai_port()) +
                             "\ncontrol_port: " + std::to_string(sandbox.control_port()) + "\n";
@@ -139,7 +140,7 @@ TEST_F(ModelUse, needs_an_argument) {
 
 TEST_F(ModelUse, ignores_words_after_the_argument) {
   complete(sandbox.models_dir() / "one");
-  EXPECT_EQ(sandbox.velun({"model", "use", "one", "two"}).out, wrote());
+  EXPECT_EQ(sandbox.velun({"model", "use", "one", "two"}).out, sandbox.wrote());
 }
 
 TEST_F(ModelUse, of_something_that_is_nowhere_names_it_as_it_was_given) {
@@ -174,8 +175,7 @@ TEST_F(ModelUse, says_how_to_load_the_bundle_when_a_daemon_runs) {
   const std::string bundle = complete(sandbox.models_dir() / "one");
   const LoopbackServer control(sandbox.control_port(),
                                [](const std::string&) { return answer(200, "ok"); });
-  EXPECT_EQ(seen(sandbox.velun({"model", "use", "one"})),
-            success(wrote() + "restart to load it: velun restart\n"));
+  EXPECT_EQ(use("one"), success(sandbox.wrote() + "restart to load it: velun restart\n"));
   EXPECT_EQ(control.paths(), std::vector<std::string>{"/healthz"});
   EXPECT_EQ(read_file(sandbox.config_file()),
             sandbox.rendering("watch", "model_dir: " + bundle + "\n"));
@@ -185,7 +185,7 @@ TEST_F(ModelUse, says_nothing_of_a_restart_when_the_daemon_is_not_well) {
   complete(sandbox.models_dir() / "one");
   for (const Reply& reply : {answer(503, "busy"), answer(200, "")}) {
     const LoopbackServer control(sandbox.control_port(), [&](const std::string&) { return reply; });
-    EXPECT_EQ(sandbox.velun({"model", "use", "one"}).out, wrote());
+    EXPECT_EQ(use("one"), success(sandbox.wrote()));
     EXPECT_EQ(control.requests().size(), 1U);
   }
 }
@@ -193,7 +193,7 @@ TEST_F(ModelUse, says_nothing_of_a_restart_when_the_daemon_is_not_well) {
 TEST_F(ModelUse, that_fails_does_not_ask_the_daemon) {
   const LoopbackServer control(sandbox.control_port(),
                                [](const std::string&) { return answer(200, "ok"); });
-  EXPECT_EQ(sandbox.velun({"model", "use", "none"}).status, 1);
+  EXPECT_EQ(use("none"), failure("no bundle at none — `velun model list`\n"));
   EXPECT_EQ(control.requests().size(), 0U);
 }
 
@@ -203,9 +203,7 @@ TEST_F(ModelUse, claims_success_although_the_config_file_cannot_be_written) {
   RunOptions options;
   options.as_nobody = true;
   const std::string before = read_file(sandbox.config_file());
-  const Outcome run = sandbox.velun({"model", "use", "one"}, options);
-  EXPECT_EQ(run.out, wrote());
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(use("one", options), success(sandbox.wrote()));
   EXPECT_EQ(read_file(sandbox.config_file()), before);
 }
 
@@ -215,11 +213,11 @@ TEST_F(FetchThenUse, stores_the_fetched_bundle_and_marks_it_in_the_list) {
   const LoopbackServer server(0, serving(mirror_files));
   use_mirror(server.port());
   sandbox.configure("endpoint_url: \"http://127.0.0.1:9\"\n");
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
-  EXPECT_EQ(sandbox.velun({"model", "use", "velun-pii-m-v1.3"}).status, 0);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
+  EXPECT_EQ(seen(sandbox.velun({"model", "use", "velun-pii-m-v1.3"})), success(sandbox.wrote()));
   EXPECT_EQ(read_file(sandbox.config_file()),
             sandbox.rendering("watch", "model_dir: " + bundle().string() + "\n"));
-  EXPECT_EQ(sandbox.velun({"model", "list"}).out, "* velun-pii-m-v1.3\n");
+  EXPECT_EQ(seen(sandbox.velun({"model", "list"})), success("* velun-pii-m-v1.3\n"));
 }
 
 }  // namespace
