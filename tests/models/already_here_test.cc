@@ -22,12 +22,12 @@ class AlreadyHere : public Fetching {
   AlreadyHere() { use_mirror(server.port()); }
 
   void expect_calibration_left_alone() {
-    EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, calibration_is_here);
+    EXPECT_EQ(fetch(), success(calibration_is_here));
     EXPECT_EQ(server.paths(), (std::vector<std::string>{tokenizer_path, graph_path}));
   }
 
   void expect_calibration_downloaded() {
-    EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, fresh_fetch);
+    EXPECT_EQ(fetch(), success(fresh_fetch));
     EXPECT_EQ(server.paths(),
               (std::vector<std::string>{tokenizer_path, calibration_path, graph_path}));
     EXPECT_TRUE(fs::symlink_status(bundle() / "calibration.json").type() == fs::file_type::regular);
@@ -38,8 +38,8 @@ class AlreadyHere : public Fetching {
 };
 
 TEST_F(AlreadyHere, is_every_file_of_a_second_fetch) {
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, fresh_fetch);
-  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"})), success(second_fetch));
+  EXPECT_EQ(fetch(), success(fresh_fetch));
+  EXPECT_EQ(fetch(), success(second_fetch));
   EXPECT_EQ(server.requests().size(), 3U);
 }
 

@@ -59,22 +59,20 @@ class CurlRuns : public Fetching {
     return words;
   }
 
-  void expect_failure_of_both(const Outcome& run) {
-    EXPECT_EQ(seen(run), ended(1, failed_fetch,
-                               access_message("tokenizer/tokenizer.json") +
-                                   "download failed: tokenizer/tokenizer.json\n"));
+  void expect_failure_of_both(const RunOptions& options = {}) {
+    EXPECT_EQ(fetch(options), refused());
     EXPECT_EQ(names_in(bundle()), Words{});
   }
 
-  void expect_failure_with_token(const Outcome& run) {
-    EXPECT_EQ(seen(run), ended(1, failed_fetch, "download failed: tokenizer/tokenizer.json\n"));
+  void expect_failure_with_token() {
+    EXPECT_EQ(fetch(), refused_with_token);
     EXPECT_EQ(names_in(sandbox.state_dir()), Words{"models"});
   }
 };
 
 TEST_F(CurlRuns, have_nine_words_for_the_mirror) {
   const ScriptedProgram curl = scripted("output []");
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, fresh_fetch);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(vectors_of(curl),
             (std::vector<Words>{mirror_run("tokenizer/tokenizer.json", "tokenizer.json"),
                                 mirror_run("calibration.json", "calibration.json"),
@@ -84,7 +82,7 @@ TEST_F(CurlRuns, have_nine_words_for_the_mirror) {
 
 TEST_F(CurlRuns, have_nine_words_for_the_hub_without_a_token) {
   const ScriptedProgram curl = scripted("exit 22");
-  expect_failure_of_both(sandbox.velun({"model", "fetch"}));
+  expect_failure_of_both();
   EXPECT_EQ(vectors_of(curl),
             (std::vector<Words>{mirror_run("tokenizer/tokenizer.json", "tokenizer.json"),
                                 hub_run("tokenizer/tokenizer.json", "tokenizer.json")}));
@@ -93,7 +91,7 @@ TEST_F(CurlRuns, have_nine_words_for_the_hub_without_a_token) {
 TEST_F(CurlRuns, have_eleven_words_for_the_hub_with_a_token) {
   const ScriptedProgram curl = scripted("exit 22");
   use_token("hf_secret");
-  expect_failure_with_token(sandbox.velun({"model", "fetch"}));
+  expect_failure_with_token();
   EXPECT_EQ(vectors_of(curl),
             (std::vector<Words>{mirror_run("tokenizer/tokenizer.json", "tokenizer.json"),
                                 hub_run_with_token("tokenizer/tokenizer.json", "tokenizer.json")}));
@@ -102,7 +100,7 @@ TEST_F(CurlRuns, have_eleven_words_for_the_hub_with_a_token) {
 
 TEST_F(CurlRuns, go_to_the_hub_for_just_the_file_that_the_mirror_lacks) {
   const ScriptedProgram curl = scripted("fail-on velun-pii-m-v1.3/calibration.json\noutput []");
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, fresh_fetch);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(vectors_of(curl),
             (std::vector<Words>{mirror_run("tokenizer/tokenizer.json", "tokenizer.json"),
                                 mirror_run("calibration.json", "calibration.json"),
@@ -114,7 +112,7 @@ TEST_F(CurlRuns, pass_on_bytes_of_paths_and_urls_as_they_are) {
   sandbox.configure("state_dir: \"" + sandbox.root().string() + "/a b'c\xff $x\"\n");
   sandbox.environment["VELUN_MODEL_MIRROR"] = "http://127.0.0.1:1/ \xfe$(x)*/";
   const ScriptedProgram curl = scripted("output []");
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   const Words words = curl.runs().at(0).argv;
   EXPECT_EQ(words.at(7),
             sandbox.root().string() + "/a b'c\xff $x/models/velun-pii-m-v1.3/tokenizer.json.part");
@@ -124,31 +122,30 @@ TEST_F(CurlRuns, pass_on_bytes_of_paths_and_urls_as_they_are) {
 TEST_F(CurlRuns, start_with_a_slash_when_the_mirror_is_nothing_but_slashes) {
   sandbox.environment["VELUN_MODEL_MIRROR"] = "///";
   const ScriptedProgram curl = scripted("output []");
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(curl.runs().at(0).argv.at(8), "/velun-pii-m-v1.3/tokenizer/tokenizer.json");
 }
 
 TEST_F(CurlRuns, use_the_makers_mirror_when_the_environment_names_an_empty_one) {
   sandbox.environment["VELUN_MODEL_MIRROR"] = "";
   const ScriptedProgram curl = scripted("output []");
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(curl.runs().at(0).argv.at(8),
             std::string(mirror_base_url) + "/velun-pii-m-v1.3/tokenizer/tokenizer.json");
 }
 
 TEST_F(CurlRuns, stay_in_the_session_and_on_the_streams_of_the_user) {
   const ScriptedProgram curl = scripted("output []\nprint curl says\ncomplain curl complains");
-  const Outcome run = sandbox.velun({"model", "fetch"});
-  EXPECT_EQ(run.err, "curl complains\ncurl complains\ncurl complains\n");
-  EXPECT_EQ(run.out,
-            "fetching velun-pii-m-v1.3 (full)\n"
-            "  tokenizer.json (~34 MB)\n"
-            "curl says\n"
-            "  calibration.json (~0 MB)\n"
-            "curl says\n"
-            "  model.fp32.onnx (~1.200000 GB)\n"
-            "curl says\n"
-            "done. activate it with: velun model use velun-pii-m-v1.3\n");
+  EXPECT_EQ(fetch(), ended(0,
+                           "fetching velun-pii-m-v1.3 (full)\n"
+                           "  tokenizer.json (~34 MB)\n"
+                           "curl says\n"
+                           "  calibration.json (~0 MB)\n"
+                           "curl says\n"
+                           "  model.fp32.onnx (~1.200000 GB)\n"
+                           "curl says\n"
+                           "done. activate it with: velun model use velun-pii-m-v1.3\n",
+                           "curl complains\ncurl complains\ncurl complains\n"));
   EXPECT_EQ(curl.runs().at(0).session, getsid(0));
 }
 
@@ -163,31 +160,31 @@ TEST_F(CurlRuns, come_after_the_lines_that_announce_them_when_both_streams_are_o
 
 TEST_F(CurlRuns, that_a_signal_ends_count_as_failed) {
   const ScriptedProgram curl = scripted("output half\nkill 9");
-  expect_failure_of_both(sandbox.velun({"model", "fetch"}));
+  expect_failure_of_both();
   EXPECT_EQ(curl.runs().size(), 2U);
 }
 
 TEST_F(CurlRuns, that_a_signal_ends_leave_no_header_file) {
   const ScriptedProgram curl = scripted("kill 9");
   use_token("hf_secret");
-  expect_failure_with_token(sandbox.velun({"model", "fetch"}));
+  expect_failure_with_token();
 }
 
 TEST_F(CurlRuns, that_fail_leave_no_header_file) {
   const ScriptedProgram curl = scripted("output half\nexit 56");
   use_token("hf_secret");
-  expect_failure_with_token(sandbox.velun({"model", "fetch"}));
+  expect_failure_with_token();
 }
 
 TEST_F(CurlRuns, without_a_curl_on_the_search_path_count_as_failed) {
   use_path(sandbox.root() / "empty");
-  expect_failure_of_both(sandbox.velun({"model", "fetch"}));
+  expect_failure_of_both();
 }
 
 TEST_F(CurlRuns, without_a_curl_on_the_search_path_leave_no_header_file) {
   use_path(sandbox.root() / "empty");
   use_token("hf_secret");
-  expect_failure_with_token(sandbox.velun({"model", "fetch"}));
+  expect_failure_with_token();
 }
 
 TEST_F(CurlRuns, that_cannot_be_forked_count_as_failed) {
@@ -200,7 +197,7 @@ TEST_F(CurlRuns, that_cannot_be_forked_count_as_failed) {
     setrlimit(RLIMIT_NPROC, &no_processes);
   };
   const ScriptedProgram curl = scripted("output []");
-  expect_failure_of_both(sandbox.velun({"model", "fetch"}, options));
+  expect_failure_of_both(options);
   EXPECT_EQ(curl.runs().size(), 0U);
 }
 
@@ -216,7 +213,7 @@ TEST_F(CurlRuns, are_waited_for_when_velun_is_started_with_its_children_ignored)
   const ScriptedProgram curl = scripted("exit 22");
   RunOptions options;
   options.in_child = [] { signal(SIGCHLD, SIG_IGN); };
-  expect_failure_of_both(sandbox.velun({"model", "fetch"}, options));
+  expect_failure_of_both(options);
 }
 
 class RunCurl : public ::testing::Test {

@@ -76,6 +76,10 @@ inline const std::string failed_fetch =
     "fetching velun-pii-m-v1.3 (full)\n"
     "  tokenizer.json (~34 MB)\n";
 
+/// All that is seen of such a fetch when there was a token for the hub.
+inline const std::string refused_with_token =
+    ended(1, failed_fetch, "download failed: tokenizer/tokenizer.json\n");
+
 class Fetching : public ::testing::Test {
  protected:
   Fetching() {
@@ -127,6 +131,18 @@ class Fetching : public ::testing::Test {
            std::string(hub_base_url) +
            "quorvane/velun-pii-m-v1.3, accept the licence, create a READ token and run\n"
            "     VELUN_HF_TOKEN=hf_... velun model fetch\n";
+  }
+
+  /// All that is seen of a fetch whose first file fails without a token for the hub.
+  std::string refused() const {
+    return ended(
+        1, failed_fetch,
+        access_message("tokenizer/tokenizer.json") + "download failed: tokenizer/tokenizer.json\n");
+  }
+
+  /// Runs a fetch to its end.
+  std::string fetch(const RunOptions& options = {}) {
+    return seen(sandbox.velun({"model", "fetch"}, options));
   }
 
   Sandbox sandbox;

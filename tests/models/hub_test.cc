@@ -14,7 +14,7 @@ TEST_F(Hub, delivers_all_files_that_the_mirror_does_not) {
   const LoopbackServer hub(0, serving(hub_files), VELUN_HUB_CERTIFICATE);
   use_mirror(server.port());
   use_hub(hub.port());
-  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"})), success(fresh_fetch));
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(server.paths(),
             (std::vector<std::string>{tokenizer_path, calibration_path, graph_path}));
   EXPECT_EQ(hub.paths(), (std::vector<std::string>{on_hub("tokenizer/tokenizer.json"),
@@ -26,7 +26,7 @@ TEST_F(Hub, delivers_all_files_that_the_mirror_does_not) {
 TEST_F(Hub, is_asked_under_its_own_name_and_without_authorization) {
   const LoopbackServer hub(0, serving(hub_files), VELUN_HUB_CERTIFICATE);
   use_hub(hub.port());
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   ASSERT_EQ(hub.requests().size(), 3U);
   for (const std::string& request : hub.requests()) {
     EXPECT_NE(request.find("\r\nHost: " + std::string(hub_host) + "\r\n"), std::string::npos);
@@ -40,28 +40,23 @@ TEST_F(Hub, that_refuses_without_a_token_is_explained_before_the_failure_is_told
       0, [](const std::string&) { return answer(403, "sign in"); }, VELUN_HUB_CERTIFICATE);
   use_mirror(server.port());
   use_hub(hub.port());
-  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"})),
-            ended(1, failed_fetch,
-                  access_message("tokenizer/tokenizer.json") +
-                      "download failed: tokenizer/tokenizer.json\n"));
+  EXPECT_EQ(fetch(), refused());
   EXPECT_EQ(hub.requests().size(), 1U);
 }
 
 TEST_F(Hub, that_cannot_be_reached_is_explained_in_the_same_way) {
-  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"})),
-            ended(1, failed_fetch,
-                  access_message("tokenizer/tokenizer.json") +
-                      "download failed: tokenizer/tokenizer.json\n"));
+  EXPECT_EQ(fetch(), refused());
 }
 
 TEST_F(Hub, that_refuses_a_later_file_is_explained_with_that_files_mirror) {
   const LoopbackServer server(
       0, serving({{tokenizer_path, tokenizer_body}, {calibration_path, calibration_body}}));
   use_mirror(server.port());
-  const Outcome run = sandbox.velun({"model", "fetch"});
-  EXPECT_EQ(run.err,
-            access_message("quant/model-fp32.onnx") + "download failed: quant/model-fp32.onnx\n");
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(fetch(), ended(1,
+                           failed_fetch + "  calibration.json (~0 MB)\n"
+                                          "  model.fp32.onnx (~1.200000 GB)\n",
+                           access_message("quant/model-fp32.onnx") +
+                               "download failed: quant/model-fp32.onnx\n"));
   EXPECT_EQ(names_in(bundle()), (std::vector<std::string>{"calibration.json", "tokenizer.json"}));
 }
 
@@ -70,8 +65,7 @@ TEST_F(Hub, that_refuses_despite_a_token_is_not_explained) {
       0, [](const std::string&) { return answer(403, ""); }, VELUN_HUB_CERTIFICATE);
   use_hub(hub.port());
   use_token("hf_refused");
-  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"})),
-            ended(1, failed_fetch, "download failed: tokenizer/tokenizer.json\n"));
+  EXPECT_EQ(fetch(), refused_with_token);
 }
 
 TEST_F(Hub, with_an_empty_token_counts_as_asked_without_one) {
@@ -79,9 +73,7 @@ TEST_F(Hub, with_an_empty_token_counts_as_asked_without_one) {
       0, [](const std::string&) { return answer(401, ""); }, VELUN_HUB_CERTIFICATE);
   use_hub(hub.port());
   use_token("");
-  EXPECT_EQ(
-      sandbox.velun({"model", "fetch"}).err,
-      access_message("tokenizer/tokenizer.json") + "download failed: tokenizer/tokenizer.json\n");
+  EXPECT_EQ(fetch(), refused());
   EXPECT_EQ(hub.requests().at(0).find("Authorization"), std::string::npos);
 }
 
@@ -105,7 +97,7 @@ TEST_F(Hub, is_not_trusted_with_a_certificate_that_nobody_vouches_for) {
   write_file(sandbox.home() / ".curlrc", "silent\nconnect-to = \"" + std::string(hub_host) +
                                              ":443:127.0.0.1:" + std::to_string(hub.port()) +
                                              "\"\n");
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 1);
+  EXPECT_EQ(fetch(), refused());
   EXPECT_EQ(hub.requests().size(), 0U);
 }
 
@@ -119,7 +111,7 @@ TEST_F(Hub, redirect_to_a_plain_server_is_followed) {
       },
       VELUN_HUB_CERTIFICATE);
   use_hub(hub.port());
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, fresh_fetch);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(store.paths(), (std::vector<std::string>{"/blob", "/blob", "/blob"}));
 }
 

@@ -103,17 +103,17 @@ class HubToken : public Fetching {
 };
 
 TEST_F(HubToken, goes_to_the_hub_as_a_bearer_token) {
-  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"})), success(fresh_fetch));
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   expect_token_reached_the_hub();
 }
 
 TEST_F(HubToken, stands_in_one_line_of_an_owner_only_file_while_curl_runs) {
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   expect_header_was_private();
 }
 
 TEST_F(HubToken, is_never_on_a_command_line) {
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   ASSERT_EQ(sights.size(), 3U);
   for (const Sight& sight : sights) {
     EXPECT_TRUE(sight.curl_seen);
@@ -128,7 +128,7 @@ TEST_F(HubToken, is_never_sent_to_the_mirror_nor_written_down_for_it) {
     return answer(404, "");
   });
   use_mirror(server.port());
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   ASSERT_EQ(server.requests().size(), 3U);
   for (const std::string& request : server.requests()) {
     EXPECT_EQ(request.find("Authorization"), std::string::npos) << request;
@@ -141,7 +141,7 @@ TEST_F(HubToken, is_not_written_down_at_all_while_the_mirror_delivers) {
   fs::create_directories(header_file());
   const LoopbackServer server(0, serving(mirror_files));
   use_mirror(server.port());
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, fresh_fetch);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_TRUE(fs::is_directory(header_file()));
 }
 
@@ -155,7 +155,7 @@ TEST_F(HubToken, does_not_follow_a_redirect_to_another_host) {
       },
       VELUN_HUB_CERTIFICATE);
   use_hub(sending_on.port());
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   ASSERT_EQ(store.requests().size(), 3U);
   EXPECT_EQ(store.requests()[0].find("Authorization"), std::string::npos);
 }
@@ -173,7 +173,7 @@ TEST_F(HubToken, leaves_no_header_file_when_the_hub_refuses) {
   const LoopbackServer refusing(
       0, [](const std::string&) { return answer(403, ""); }, VELUN_HUB_CERTIFICATE);
   use_hub(refusing.port());
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 1);
+  EXPECT_EQ(fetch(), refused_with_token);
   EXPECT_EQ(refusing.requests().size(), 1U);
   EXPECT_EQ(names_in(sandbox.state_dir()), std::vector<std::string>{"models"});
 }
@@ -188,7 +188,7 @@ TEST_F(HubToken, is_private_in_a_state_directory_of_the_users_choice) {
       },
       VELUN_HUB_CERTIFICATE);
   use_hub(looking.port());
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(names_in(sandbox.root() / "own state"), std::vector<std::string>{"models"});
 }
 
@@ -225,7 +225,7 @@ TEST_F(HubToken, stands_in_a_file_that_was_private_from_its_creation) {
 TEST_F(HubToken, is_private_under_a_mask_that_hides_nothing) {
   RunOptions options;
   options.in_child = [] { umask(0); };
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}, options).status, 0);
+  EXPECT_EQ(fetch(options), success(fresh_fetch));
   expect_header_was_private();
 }
 
@@ -234,7 +234,11 @@ TEST_F(HubToken, is_readable_for_curl_under_a_mask_that_hides_everything) {
   put("calibration.json", calibration_body);
   RunOptions options;
   options.in_child = [] { umask(0777); };
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}, options).status, 0);
+  EXPECT_EQ(fetch(options), success("fetching velun-pii-m-v1.3 (full)\n"
+                                    "  tokenizer.json — already here\n"
+                                    "  calibration.json — already here\n"
+                                    "  model.fp32.onnx (~1.200000 GB)\n"
+                                    "done. activate it with: velun model use velun-pii-m-v1.3\n"));
   ASSERT_EQ(sights.size(), 1U);
   EXPECT_EQ(sights[0].mode, 0600);
   EXPECT_EQ(sights[0].content, "Authorization: Bearer " + token + "\n");
@@ -255,7 +259,7 @@ TEST_F(HubToken, never_appears_in_an_older_file_that_somebody_holds_open) {
       },
       VELUN_HUB_CERTIFICATE);
   use_hub(looking.port());
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   close(held);
   EXPECT_FALSE(leaked);
   expect_header_was_private();
@@ -265,7 +269,7 @@ TEST_F(HubToken, is_not_written_through_a_symbolic_link) {
   write_file(sandbox.root() / "public", "untouched");
   fs::create_directories(sandbox.state_dir());
   fs::create_symlink(sandbox.root() / "public", header_file());
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(read_file(sandbox.root() / "public"), "untouched");
   expect_header_was_private();
 }
@@ -273,7 +277,7 @@ TEST_F(HubToken, is_not_written_through_a_symbolic_link) {
 TEST_F(HubToken, is_not_written_through_a_dangling_link) {
   fs::create_directories(sandbox.state_dir());
   fs::create_symlink(sandbox.root() / "created", header_file());
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_FALSE(fs::exists(sandbox.root() / "created"));
   expect_header_was_private();
 }
@@ -282,7 +286,7 @@ TEST_F(HubToken, is_not_written_through_a_hard_link) {
   write_file(sandbox.root() / "public", "untouched");
   fs::create_directories(sandbox.state_dir());
   fs::create_hard_link(sandbox.root() / "public", header_file());
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(read_file(sandbox.root() / "public"), "untouched");
   expect_header_was_private();
 }

@@ -26,7 +26,7 @@ class ModelFetch : public Fetching {
 };
 
 TEST_F(ModelFetch, fills_an_empty_home_with_a_whole_bundle) {
-  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"})), success(fresh_fetch));
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(names_in(sandbox.state_dir()), std::vector<std::string>{"models"});
   EXPECT_EQ(names_in(sandbox.models_dir()), std::vector<std::string>{"velun-pii-m-v1.3"});
   EXPECT_EQ(names_in(bundle()),
@@ -39,20 +39,20 @@ TEST_F(ModelFetch, fills_an_empty_home_with_a_whole_bundle) {
 TEST_F(ModelFetch, leaves_the_config_file_alone) {
   sandbox.configure("# mine\nmode: protect\n");
   const std::string before = read_file(sandbox.config_file());
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(read_file(sandbox.config_file()), before);
 }
 
 TEST_F(ModelFetch, fills_the_state_directory_that_the_config_names) {
   sandbox.configure("state_dir: " + (sandbox.root() / "a/b").string() + "\n");
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, fresh_fetch);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(read_file(sandbox.root() / "a/b/models/velun-pii-m-v1.3/labels.json"), nineteen_heads);
   EXPECT_FALSE(fs::exists(sandbox.state_dir()));
 }
 
 TEST_F(ModelFetch, fills_a_relative_state_directory_below_the_current_one) {
   sandbox.configure("state_dir: own\n");
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, fresh_fetch);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(read_file(sandbox.root() / "own/models/velun-pii-m-v1.3/model.fp32.onnx"), graph_body);
 }
 
@@ -64,9 +64,7 @@ TEST_F(ModelFetch, of_the_compact_variant_says_that_there_is_none_and_takes_the_
 
 TEST_F(ModelFetch, of_any_other_word_is_the_full_variant_without_remark) {
   for (const char* word : {"full", "", "Compact", "compact ", "--compact"}) {
-    const Outcome run = sandbox.velun({"model", "fetch", word});
-    EXPECT_EQ(run.out, fresh_fetch) << '"' << word << '"';
-    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(seen(sandbox.velun({"model", "fetch", word})), success(fresh_fetch)) << word;
     fs::remove_all(sandbox.models_dir());
   }
 }
@@ -79,7 +77,7 @@ TEST_F(ModelFetch, rewrites_labels_and_manifest_when_every_file_is_there) {
   put_all_files();
   put("labels.json", std::string(10000, 'x'));
   put("manifest.json", std::string(10000, 'x'));
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, second_fetch);
+  EXPECT_EQ(fetch(), success(second_fetch));
   EXPECT_EQ(server.requests().size(), 0U);
   EXPECT_EQ(read_file(bundle() / "labels.json"), nineteen_heads);
   EXPECT_EQ(read_file(bundle() / "manifest.json"), catalog_manifest);
@@ -89,7 +87,7 @@ TEST_F(ModelFetch, that_fails_writes_neither_labels_nor_manifest) {
   put("labels.json", "old labels");
   put("manifest.json", "old manifest");
   use_mirror(closed.number());
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 1);
+  EXPECT_EQ(fetch(), refused());
   EXPECT_EQ(read_file(bundle() / "labels.json"), "old labels");
   EXPECT_EQ(read_file(bundle() / "manifest.json"), "old manifest");
 }
@@ -97,21 +95,20 @@ TEST_F(ModelFetch, that_fails_writes_neither_labels_nor_manifest) {
 TEST_F(ModelFetch, that_failed_is_completed_by_the_next_one) {
   const LoopbackServer partial(0, serving({{tokenizer_path, tokenizer_body}}));
   use_mirror(partial.port());
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 1);
+  fetch();
   use_mirror(server.port());
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).out,
-            "fetching velun-pii-m-v1.3 (full)\n"
-            "  tokenizer.json — already here\n"
-            "  calibration.json (~0 MB)\n"
-            "  model.fp32.onnx (~1.200000 GB)\n"
-            "done. activate it with: velun model use velun-pii-m-v1.3\n");
+  EXPECT_EQ(fetch(), success("fetching velun-pii-m-v1.3 (full)\n"
+                             "  tokenizer.json — already here\n"
+                             "  calibration.json (~0 MB)\n"
+                             "  model.fp32.onnx (~1.200000 GB)\n"
+                             "done. activate it with: velun model use velun-pii-m-v1.3\n"));
 }
 
 TEST_F(ModelFetch, does_not_report_labels_and_manifest_that_cannot_be_opened) {
   put_all_files();
   fs::create_directories(bundle() / "labels.json");
   fs::create_directories(bundle() / "manifest.json");
-  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"})), success(second_fetch));
+  EXPECT_EQ(fetch(), success(second_fetch));
 }
 
 TEST_F(ModelFetch, does_not_report_a_bundle_directory_that_cannot_be_written) {
@@ -119,14 +116,14 @@ TEST_F(ModelFetch, does_not_report_a_bundle_directory_that_cannot_be_written) {
   fs::permissions(bundle(), fs::perms::owner_read | fs::perms::owner_exec);
   RunOptions options;
   options.as_nobody = true;
-  EXPECT_EQ(seen(sandbox.velun({"model", "fetch"}, options)), success(second_fetch));
-  EXPECT_EQ(sandbox.velun({"model", "list"}).out, "  velun-pii-m-v1.3  (incomplete)\n");
+  EXPECT_EQ(fetch(options), success(second_fetch));
+  EXPECT_EQ(seen(sandbox.velun({"model", "list"})), success("  velun-pii-m-v1.3  (incomplete)\n"));
 }
 
 TEST_F(ModelFetch, leaves_files_of_the_user_in_the_bundle) {
   put("notes.txt", "mine");
   put("model.int8.onnx", "mine too");
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, fresh_fetch);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(read_file(bundle() / "notes.txt"), "mine");
   EXPECT_EQ(read_file(bundle() / "model.int8.onnx"), "mine too");
 }
@@ -135,7 +132,7 @@ TEST_F(ModelFetch, goes_through_a_link_that_stands_for_the_bundle_directory) {
   fs::create_directories(sandbox.root() / "big disk");
   fs::create_directories(sandbox.models_dir());
   fs::create_directory_symlink(sandbox.root() / "big disk", bundle());
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, fresh_fetch);
+  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(read_file(sandbox.root() / "big disk/model.fp32.onnx"), graph_body);
 }
 

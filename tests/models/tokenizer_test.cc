@@ -34,28 +34,25 @@ class Tokenizer : public Fetching {
 
   void expect_accepted(const std::string& text) {
     put("tokenizer.json", text);
-    const Outcome run = sandbox.velun({"model", "fetch"});
-    EXPECT_EQ(run.out, second_fetch) << text.substr(0, 80);
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(fetch(), success(second_fetch)) << text.substr(0, 80);
   }
 
   void expect_refused(const std::string& text) {
     put("tokenizer.json", text);
-    expect_refusal(text.substr(0, 80), "  tokenizer.json — already here\n");
+    EXPECT_EQ(fetch(), refusal(already_here)) << text.substr(0, 80);
   }
 
-  void expect_refusal(const std::string& what, const std::string& first_line) {
-    const Outcome run = sandbox.velun({"model", "fetch"});
-    EXPECT_EQ(run.out, "fetching velun-pii-m-v1.3 (full)\n" + first_line +
-                           "  calibration.json — already here\n"
-                           "  model.fp32.onnx — already here\n")
-        << what;
-    EXPECT_EQ(run.err,
-              "tokenizer.json did not parse — delete " + bundle().string() + " and fetch again\n")
-        << what;
-    EXPECT_EQ(run.status, 1) << what;
+  // What a fetch shows then, with this line about the tokenizer.
+  std::string refusal(const std::string& first_line) const {
+    return ended(
+        1,
+        "fetching velun-pii-m-v1.3 (full)\n" + first_line +
+            "  calibration.json — already here\n"
+            "  model.fp32.onnx — already here\n",
+        "tokenizer.json did not parse — delete " + bundle().string() + " and fetch again\n");
   }
+
+  const std::string already_here = "  tokenizer.json — already here\n";
 };
 
 TEST_F(Tokenizer, of_invalid_json_fails_the_fetch_after_labels_and_manifest_were_written) {
@@ -69,19 +66,19 @@ TEST_F(Tokenizer, of_invalid_json_fails_the_fetch_after_labels_and_manifest_were
 TEST_F(Tokenizer, of_invalid_json_straight_from_the_mirror_fails_the_fetch) {
   const LoopbackServer server(0, serving({{tokenizer_path, "<html>"}}));
   use_mirror(server.port());
-  expect_refusal("<html>", "  tokenizer.json (~34 MB)\n");
+  EXPECT_EQ(fetch(), refusal("  tokenizer.json (~34 MB)\n"));
   EXPECT_EQ(read_file(bundle() / "tokenizer.json"), "<html>");
 }
 
 TEST_F(Tokenizer, that_came_empty_fails_the_fetch) {
   const LoopbackServer server(0, serving({{tokenizer_path, ""}}));
   use_mirror(server.port());
-  expect_refusal("empty", "  tokenizer.json (~34 MB)\n");
+  EXPECT_EQ(fetch(), refusal("  tokenizer.json (~34 MB)\n"));
 }
 
 TEST_F(Tokenizer, that_is_a_directory_fails_the_fetch) {
   fs::create_directories(bundle() / "tokenizer.json");
-  expect_refusal("directory", "  tokenizer.json — already here\n");
+  EXPECT_EQ(fetch(), refusal(already_here));
 }
 
 TEST_F(Tokenizer, that_may_not_be_read_fails_the_fetch) {
@@ -89,10 +86,7 @@ TEST_F(Tokenizer, that_may_not_be_read_fails_the_fetch) {
   fs::permissions(bundle() / "tokenizer.json", fs::perms::none);
   RunOptions options;
   options.as_nobody = true;
-  const Outcome run = sandbox.velun({"model", "fetch"}, options);
-  EXPECT_EQ(run.err,
-            "tokenizer.json did not parse — delete " + bundle().string() + " and fetch again\n");
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(fetch(options), refusal(already_here));
 }
 
 TEST_F(Tokenizer, may_be_any_json_value) {
