@@ -16,6 +16,8 @@
 #include <thread>
 #include <vector>
 
+namespace fs = std::filesystem;
+
 namespace {
 
 // Handlers have nothing but globals to work with.
@@ -36,21 +38,24 @@ void end_late(int) {
   _exit(0);
 }
 
-// Written under another name first, so that a record that can be seen is whole.
-void record(const std::string& self, int argc, char* argv[]) {
+// Copies what the system knows of this process. Written under another name first, so that a record
+// that can be seen is whole.
+void record(const std::string& self) {
+  const fs::path process = "/proc/self";
+  const fs::path draft = self + ".draft." + std::to_string(getpid());
+  fs::create_directories(draft / "fd");
+  for (const auto& entry : fs::directory_iterator(process / "fd")) {
+    fs::copy_symlink(entry.path(), draft / "fd" / entry.path().filename());
+  }
+  fs::copy_symlink(process / "cwd", draft / "cwd");
+  for (const char* name : {"cmdline", "environ", "status"}) {
+    std::ofstream(draft / name) << std::ifstream(process / name).rdbuf();
+  }
   std::string name;
-  for (int number = 1; name.empty() || std::filesystem::exists(name); ++number) {
+  for (int number = 1; name.empty() || fs::exists(name); ++number) {
     name = self + ".run." + std::to_string(number);
   }
-  const std::string draft = self + ".draft." + std::to_string(getpid());
-  {
-    std::ofstream file(draft);
-    file << getpid() << ' ' << getsid(0) << '\n';
-    for (int i = 0; i < argc; ++i) {
-      file << argv[i] << '\0';
-    }
-  }
-  std::filesystem::rename(draft, name);
+  fs::rename(draft, name);
 }
 
 void write_output(const std::string& text, int argc, char* argv[]) {
@@ -122,7 +127,7 @@ void perform(const Step& step, int argc, char* argv[]) {
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+  const std::string self = fs::read_symlink("/proc/self/exe").string();
   std::snprintf(terms_file, sizeof terms_file, "%s.terms", self.c_str());
   const std::vector<Step> steps = read_steps(self + ".steps");
   auto step = steps.begin();
@@ -130,7 +135,7 @@ int main(int argc, char* argv[]) {
   while (step != steps.end() && handle_term(*step)) {
     ++step;
   }
-  record(self, argc, argv);
+  record(self);
   for (; step != steps.end(); ++step) {
     perform(*step, argc, argv);
   }

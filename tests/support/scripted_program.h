@@ -3,16 +3,23 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
 namespace velun::test {
 
-/// How one run of a scripted program was started.
+/// How one run of a scripted program was started, and what it found itself with.
 struct RecordedRun {
   std::vector<std::string> argv;  ///< argument zero included
   pid_t pid = 0;
+  pid_t group = 0;
   pid_t session = 0;
+  std::string directory;                   ///< working directory
+  std::string environment;                 ///< byte for byte, a NUL behind each variable
+  std::map<int, std::string> descriptors;  ///< what each open descriptor leads to
+  /// More that the system tells of it, such as "Umask", "SigBlk" and "SigIgn", as it words that.
+  std::map<std::string, std::string> status;
 };
 
 class ScriptedProgram {
