@@ -149,15 +149,6 @@ TEST_F(CurlRuns, stay_in_the_session_and_on_the_streams_of_the_user) {
   EXPECT_EQ(curl.runs().at(0).session, getsid(0));
 }
 
-TEST_F(CurlRuns, come_after_the_lines_that_announce_them_when_both_streams_are_one) {
-  const ScriptedProgram curl = scripted("complain curl: no\nexit 22");
-  RunOptions options;
-  options.one_output = true;
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}, options).out,
-            failed_fetch + "curl: no\ncurl: no\n" + access_message("tokenizer/tokenizer.json") +
-                "download failed: tokenizer/tokenizer.json\n");
-}
-
 TEST_F(CurlRuns, that_a_signal_ends_count_as_failed) {
   const ScriptedProgram curl = scripted("output half\nkill 9");
   expect_failure_of_both();
@@ -207,13 +198,6 @@ TEST_F(CurlRuns, that_succeed_without_a_file_end_velun_through_the_failing_renam
   EXPECT_EQ(run.signal, SIGABRT);
   EXPECT_EQ(run.out, failed_fetch);
   EXPECT_EQ(curl.runs().size(), 1U);
-}
-
-TEST_F(CurlRuns, are_waited_for_when_velun_is_started_with_its_children_ignored) {
-  const ScriptedProgram curl = scripted("exit 22");
-  RunOptions options;
-  options.in_child = [] { signal(SIGCHLD, SIG_IGN); };
-  expect_failure_of_both(options);
 }
 
 class RunCurl : public ::testing::Test {

@@ -69,10 +69,6 @@ TEST_F(ModelFetch, of_any_other_word_is_the_full_variant_without_remark) {
   }
 }
 
-TEST_F(ModelFetch, ignores_words_after_the_argument) {
-  EXPECT_EQ(sandbox.velun({"model", "fetch", "full", "compact"}).out, fresh_fetch);
-}
-
 TEST_F(ModelFetch, rewrites_labels_and_manifest_when_every_file_is_there) {
   put_all_files();
   put("labels.json", std::string(10000, 'x'));
@@ -142,14 +138,6 @@ TEST_F(ModelFetch, ends_through_the_termination_path_when_the_directory_cannot_b
   EXPECT_EQ(run.signal, SIGABRT);
   EXPECT_EQ(run.out, no_compact);
   EXPECT_EQ(server.requests().size(), 0U);
-}
-
-TEST_F(ModelFetch, needs_a_configuration) {
-  fs::remove(sandbox.config_file());
-  const Outcome run = sandbox.velun({"model", "fetch"});
-  EXPECT_EQ(seen(run), failure("no configuration at " + sandbox.config_file().string() +
-                               " — run `velun setup` first\n"));
-  EXPECT_FALSE(fs::exists(sandbox.state_dir()));
 }
 
 }  // namespace

@@ -51,11 +51,6 @@ TEST_F(ModelList, is_what_the_command_does_without_a_word) {
   EXPECT_EQ(seen(sandbox.velun({"model", ""})), success("  one\n"));
 }
 
-TEST_F(ModelList, ignores_further_words) {
-  add_complete(models() / "one");
-  EXPECT_EQ(sandbox.velun({"model", "list", "two", "three"}).out, "  one\n");
-}
-
 TEST_F(ModelList, marks_the_bundle_in_use) {
   add_complete(models() / "one");
   use((models() / "one").string());
@@ -224,18 +219,6 @@ TEST_F(ModelWords, that_are_unknown_get_the_usage) {
   for (const char* word : {"List", "ls", " list", "fetch ", "Use", "--help", "one"}) {
     EXPECT_EQ(seen(sandbox.velun({"model", word})), ended(2, "", usage)) << word;
   }
-}
-
-TEST_F(ModelWords, that_are_unknown_get_the_usage_whatever_follows) {
-  EXPECT_EQ(sandbox.velun({"model", "remove", "fetch", "use"}).err, usage);
-}
-
-TEST_F(ModelWords, are_not_looked_at_without_a_configuration) {
-  fs::remove(sandbox.config_file());
-  const Outcome run = sandbox.velun({"model", "unknown"});
-  EXPECT_EQ(run.err, "no configuration at " + sandbox.config_file().string() +
-                         " — run `velun setup` first\n");
-  EXPECT_EQ(run.status, 1);
 }
 
 }  // namespace

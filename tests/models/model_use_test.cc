@@ -138,11 +138,6 @@ TEST_F(ModelUse, needs_an_argument) {
   }
 }
 
-TEST_F(ModelUse, ignores_words_after_the_argument) {
-  complete(sandbox.models_dir() / "one");
-  EXPECT_EQ(sandbox.velun({"model", "use", "one", "two"}).out, sandbox.wrote());
-}
-
 TEST_F(ModelUse, of_something_that_is_nowhere_names_it_as_it_was_given) {
   for (const char* argument : {"none", " none", "./none/", "/none/at/all", "x/../none", "\xff"}) {
     expect_refused(argument, "no bundle at " + std::string(argument) + " — `velun model list`\n");
