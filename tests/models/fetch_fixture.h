@@ -8,12 +8,15 @@
 #include <map>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "config/outside_locations.h"
 #include "tests/support/loopback_server.h"
 #include "tests/support/sandbox.h"
 
 namespace velun::test {
+
+using Words = std::vector<std::string>;
 
 /// What a server has: path of the request, body of the answer.
 using Files = std::map<std::string, std::string>;
@@ -50,6 +53,9 @@ inline const std::string graph_body = std::string("graph \0 bytes \xff\n", 16);
 inline const Files mirror_files = {{tokenizer_path, tokenizer_body},
                                    {calibration_path, calibration_body},
                                    {graph_path, graph_body}};
+
+/// The paths of a fetch that the mirror delivers.
+inline const Words mirror_paths = {tokenizer_path, calibration_path, graph_path};
 
 inline const Files hub_files = {{on_hub("tokenizer/tokenizer.json"), tokenizer_body},
                                 {on_hub("calibration.json"), calibration_body},
@@ -131,6 +137,15 @@ class Fetching : public ::testing::Test {
            std::string(hub_base_url) +
            "quorvane/velun-pii-m-v1.3, accept the licence, create a READ token and run\n"
            "     VELUN_HF_TOKEN=hf_... velun model fetch\n";
+  }
+
+  /// The bundle holds these three files of the mirror, velun's own two and nothing else.
+  void expect_bundle_of(const Files& files) const {
+    EXPECT_EQ(read_file(bundle() / "tokenizer.json"), files.at(tokenizer_path));
+    EXPECT_EQ(read_file(bundle() / "calibration.json"), files.at(calibration_path));
+    EXPECT_EQ(read_file(bundle() / "model.fp32.onnx"), files.at(graph_path));
+    EXPECT_EQ(names_in(bundle()), (Words{"calibration.json", "labels.json", "manifest.json",
+                                         "model.fp32.onnx", "tokenizer.json"}));
   }
 
   /// All that is seen of a fetch whose first file fails without a token for the hub.

@@ -27,11 +27,10 @@ class ModelFetch : public Fetching {
 
 TEST_F(ModelFetch, fills_an_empty_home_with_a_whole_bundle) {
   EXPECT_EQ(fetch(), success(fresh_fetch));
-  EXPECT_EQ(names_in(sandbox.state_dir()), std::vector<std::string>{"models"});
-  EXPECT_EQ(names_in(sandbox.models_dir()), std::vector<std::string>{"velun-pii-m-v1.3"});
-  EXPECT_EQ(names_in(bundle()),
-            (std::vector<std::string>{"calibration.json", "labels.json", "manifest.json",
-                                      "model.fp32.onnx", "tokenizer.json"}));
+  EXPECT_EQ(server.paths(), mirror_paths);
+  EXPECT_EQ(names_in(sandbox.state_dir()), Words{"models"});
+  EXPECT_EQ(names_in(sandbox.models_dir()), Words{"velun-pii-m-v1.3"});
+  expect_bundle_of(mirror_files);
   EXPECT_EQ(read_file(bundle() / "labels.json"), nineteen_heads);
   EXPECT_EQ(read_file(bundle() / "manifest.json"), catalog_manifest);
 }
@@ -58,8 +57,7 @@ TEST_F(ModelFetch, fills_a_relative_state_directory_below_the_current_one) {
 
 TEST_F(ModelFetch, of_the_compact_variant_says_that_there_is_none_and_takes_the_full_one) {
   EXPECT_EQ(seen(sandbox.velun({"model", "fetch", "compact"})), success(no_compact + fresh_fetch));
-  EXPECT_EQ(server.paths(),
-            (std::vector<std::string>{tokenizer_path, calibration_path, graph_path}));
+  EXPECT_EQ(server.paths(), mirror_paths);
 }
 
 TEST_F(ModelFetch, of_any_other_word_is_the_full_variant_without_remark) {
@@ -86,25 +84,6 @@ TEST_F(ModelFetch, that_fails_writes_neither_labels_nor_manifest) {
   EXPECT_EQ(fetch(), refused());
   EXPECT_EQ(read_file(bundle() / "labels.json"), "old labels");
   EXPECT_EQ(read_file(bundle() / "manifest.json"), "old manifest");
-}
-
-TEST_F(ModelFetch, that_failed_is_completed_by_the_next_one) {
-  const LoopbackServer partial(0, serving({{tokenizer_path, tokenizer_body}}));
-  use_mirror(partial.port());
-  fetch();
-  use_mirror(server.port());
-  EXPECT_EQ(fetch(), success("fetching velun-pii-m-v1.3 (full)\n"
-                             "  tokenizer.json — already here\n"
-                             "  calibration.json (~0 MB)\n"
-                             "  model.fp32.onnx (~1.200000 GB)\n"
-                             "done. activate it with: velun model use velun-pii-m-v1.3\n"));
-}
-
-TEST_F(ModelFetch, does_not_report_labels_and_manifest_that_cannot_be_opened) {
-  put_all_files();
-  fs::create_directories(bundle() / "labels.json");
-  fs::create_directories(bundle() / "manifest.json");
-  EXPECT_EQ(fetch(), success(second_fetch));
 }
 
 TEST_F(ModelFetch, does_not_report_a_bundle_directory_that_cannot_be_written) {
