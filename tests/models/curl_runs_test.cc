@@ -17,8 +17,6 @@ namespace fs = std::filesystem;
 namespace velun::test {
 namespace {
 
-using Words = std::vector<std::string>;
-
 class CurlRuns : public Fetching {
  protected:
   // Puts a scripted curl where the real one is looked for.
@@ -80,12 +78,15 @@ TEST_F(CurlRuns, have_nine_words_for_the_mirror) {
   EXPECT_EQ(curl.runs().at(0).argv.size(), 9U);
 }
 
-TEST_F(CurlRuns, have_nine_words_for_the_hub_without_a_token) {
+TEST_F(CurlRuns, have_nine_words_for_the_hub_without_a_token_or_with_an_empty_one) {
   const ScriptedProgram curl = scripted("exit 22");
   expect_failure_of_both();
+  use_token("");
+  expect_failure_of_both();
+  const Words mirror_words = mirror_run("tokenizer/tokenizer.json", "tokenizer.json");
+  const Words hub_words = hub_run("tokenizer/tokenizer.json", "tokenizer.json");
   EXPECT_EQ(vectors_of(curl),
-            (std::vector<Words>{mirror_run("tokenizer/tokenizer.json", "tokenizer.json"),
-                                hub_run("tokenizer/tokenizer.json", "tokenizer.json")}));
+            (std::vector<Words>{mirror_words, hub_words, mirror_words, hub_words}));
 }
 
 TEST_F(CurlRuns, have_eleven_words_for_the_hub_with_a_token) {
@@ -117,21 +118,6 @@ TEST_F(CurlRuns, pass_on_bytes_of_paths_and_urls_as_they_are) {
   EXPECT_EQ(words.at(7),
             sandbox.root().string() + "/a b'c\xff $x/models/velun-pii-m-v1.3/tokenizer.json.part");
   EXPECT_EQ(words.at(8), "http://127.0.0.1:1/ \xfe$(x)*/velun-pii-m-v1.3/tokenizer/tokenizer.json");
-}
-
-TEST_F(CurlRuns, start_with_a_slash_when_the_mirror_is_nothing_but_slashes) {
-  sandbox.environment["VELUN_MODEL_MIRROR"] = "///";
-  const ScriptedProgram curl = scripted("output []");
-  EXPECT_EQ(fetch(), success(fresh_fetch));
-  EXPECT_EQ(curl.runs().at(0).argv.at(8), "/velun-pii-m-v1.3/tokenizer/tokenizer.json");
-}
-
-TEST_F(CurlRuns, use_the_makers_mirror_when_the_environment_names_an_empty_one) {
-  sandbox.environment["VELUN_MODEL_MIRROR"] = "";
-  const ScriptedProgram curl = scripted("output []");
-  EXPECT_EQ(fetch(), success(fresh_fetch));
-  EXPECT_EQ(curl.runs().at(0).argv.at(8),
-            std::string(mirror_base_url) + "/velun-pii-m-v1.3/tokenizer/tokenizer.json");
 }
 
 TEST_F(CurlRuns, stay_in_the_session_and_on_the_streams_of_the_user) {
