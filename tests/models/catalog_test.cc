@@ -99,16 +99,12 @@ TEST(HubUrl, ignores_the_mirror_of_the_environment) {
             std::string(hub_base_url) + "quorvane/velun-pii-m-v1.3/resolve/main/calibration.json");
 }
 
-TEST(MirrorUrl, starts_with_the_makers_mirror_when_the_environment_names_none) {
-  const EnvironmentVariable mirror("VELUN_MODEL_MIRROR", nullptr);
-  EXPECT_EQ(mirror_url(model_catalog(), tokenizer),
-            std::string(mirror_base_url) + "/velun-pii-m-v1.3/tokenizer/tokenizer.json");
-}
-
-TEST(MirrorUrl, starts_with_the_makers_mirror_when_the_environment_names_an_empty_one) {
-  const EnvironmentVariable mirror("VELUN_MODEL_MIRROR", "");
-  EXPECT_EQ(mirror_url(model_catalog(), tokenizer),
-            std::string(mirror_base_url) + "/velun-pii-m-v1.3/tokenizer/tokenizer.json");
+TEST(MirrorUrl, starts_with_the_makers_mirror_when_the_environment_names_none_or_an_empty_one) {
+  for (const char* none : {static_cast<const char*>(nullptr), ""}) {
+    const EnvironmentVariable mirror("VELUN_MODEL_MIRROR", none);
+    EXPECT_EQ(mirror_url(model_catalog(), tokenizer),
+              std::string(mirror_base_url) + "/velun-pii-m-v1.3/tokenizer/tokenizer.json");
+  }
 }
 
 TEST(MirrorUrl, loses_every_slash_at_the_end_of_the_base_and_nothing_else) {

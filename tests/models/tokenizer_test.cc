@@ -63,13 +63,6 @@ TEST_F(Tokenizer, of_invalid_json_fails_the_fetch_after_labels_and_manifest_were
   EXPECT_EQ(read_file(bundle() / "model.fp32.onnx"), graph_body);
 }
 
-TEST_F(Tokenizer, of_invalid_json_straight_from_the_mirror_fails_the_fetch) {
-  const LoopbackServer server(0, serving({{tokenizer_path, "<html>"}}));
-  use_mirror(server.port());
-  EXPECT_EQ(fetch(), refusal("  tokenizer.json (~34 MB)\n"));
-  EXPECT_EQ(read_file(bundle() / "tokenizer.json"), "<html>");
-}
-
 TEST_F(Tokenizer, that_came_empty_fails_the_fetch) {
   const LoopbackServer server(0, serving({{tokenizer_path, ""}}));
   use_mirror(server.port());
