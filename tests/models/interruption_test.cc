@@ -4,7 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <cstring>
 #include <fstream>
 
 #include "tests/models/fetch_fixture.h"
@@ -33,18 +33,22 @@ Reply half_of(const std::string& body) {
 
 class Interruption : public Fetching, public ::testing::WithParamInterface<int> {
  protected:
-  // Starts a fetch; the signal must be able to end it, whatever this process ignores.
+  // Starts a fetch in a process group of its own, as a shell does; the signal must be able to end
+  // it, whatever this process ignores.
   pid_t start() {
     RunOptions options;
-    options.in_child = [] { signal(GetParam(), SIG_DFL); };
+    options.in_child = [] {
+      setpgid(0, 0);
+      signal(GetParam(), SIG_DFL);
+    };
     return sandbox.start_velun({"model", "fetch"}, options);
   }
 
-  // Ends velun alone; its curl must follow.
-  void interrupt(pid_t velun) {
+  // Signals `whom`, which ends velun; its curl must follow.
+  void interrupt(pid_t velun, pid_t whom) {
     const pid_t curl = child_of(velun);
     EXPECT_GT(curl, 0);
-    kill(velun, GetParam());
+    kill(whom, GetParam());
     const int status = wait_for(velun, std::chrono::seconds(10));
     EXPECT_TRUE(status != -1 && WIFSIGNALED(status) && WTERMSIG(status) == GetParam());
     EXPECT_TRUE(eventually([&] { return !is_running(curl); })) << "curl is still there";
@@ -56,25 +60,12 @@ class Interruption : public Fetching, public ::testing::WithParamInterface<int> 
     return !missing && size > 0;
   }
 
-  void expect_nothing_readable() const {
-    if (fs::exists(fs::symlink_status(header_file()))) {
-      EXPECT_EQ(mode_of(header_file()), 0600);
-    }
-  }
-
-  // Runs the fetch again, with sources that work, and expects a whole bundle.
-  void expect_second_run_completes() {
+  // Runs the fetch again, with a mirror that works.
+  void expect_second_run(const std::string& out) {
     const LoopbackServer server(0, serving(large));
     use_mirror(server.port());
-    const Outcome run = sandbox.velun({"model", "fetch"});
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(read_file(bundle() / "tokenizer.json"), large.at(tokenizer_path));
-    EXPECT_EQ(read_file(bundle() / "calibration.json"), large.at(calibration_path));
-    EXPECT_EQ(read_file(bundle() / "model.fp32.onnx"), large.at(graph_path));
-    EXPECT_EQ(names_in(bundle()),
-              (std::vector<std::string>{"calibration.json", "labels.json", "manifest.json",
-                                        "model.fp32.onnx", "tokenizer.json"}));
+    EXPECT_EQ(fetch(), success(out));
+    expect_bundle_of(large);
   }
 
   // The files at a size that curl does not keep in its buffer.
@@ -84,29 +75,41 @@ class Interruption : public Fetching, public ::testing::WithParamInterface<int> 
 };
 
 INSTANTIATE_TEST_SUITE_P(By, Interruption, ::testing::Values(SIGINT, SIGKILL),
-                         [](const auto& kind) {
-                           return kind.param == SIGINT ? "SIGINT" : "SIGKILL";
-                         });
+                         [](const auto& signal) { return sigabbrev_np(signal.param); });
 
-TEST_P(Interruption, during_the_mirrors_answer_leaves_only_a_part) {
-  const LoopbackServer server(
-      0, [&](const std::string&) { return half_of(large.at(tokenizer_path)); });
+TEST_P(Interruption, before_the_second_answer_keeps_the_first_file) {
+  const LoopbackServer server(0, [&](const std::string& request) {
+    return path_of(request) == tokenizer_path ? serving(large)(request) : Reply{"", Ending::hang};
+  });
   use_mirror(server.port());
   const pid_t velun = start();
-  ASSERT_TRUE(eventually([&] { return is_on_its_way("tokenizer.json"); }));
-  interrupt(velun);
-  EXPECT_EQ(names_in(bundle()), std::vector<std::string>{"tokenizer.json.part"});
-  expect_second_run_completes();
+  ASSERT_TRUE(eventually([&] { return server.requests().size() == 2; }));
+  interrupt(velun, velun);
+  EXPECT_EQ(names_in(bundle()), Words{"tokenizer.json"});
+  expect_second_run(
+      "fetching velun-pii-m-v1.3 (full)\n"
+      "  tokenizer.json — already here\n"
+      "  calibration.json (~0 MB)\n"
+      "  model.fp32.onnx (~1.200000 GB)\n"
+      "done. activate it with: velun model use velun-pii-m-v1.3\n");
 }
 
-TEST_P(Interruption, before_the_mirrors_answer_leaves_nothing) {
-  const LoopbackServer server(0, [&](const std::string&) { return Reply{"", Ending::hang}; });
+TEST_P(Interruption, during_the_last_answer_keeps_the_files_before_and_a_part) {
+  const LoopbackServer server(0, [&](const std::string& request) {
+    return path_of(request) == graph_path ? half_of(large.at(graph_path)) : serving(large)(request);
+  });
   use_mirror(server.port());
   const pid_t velun = start();
-  ASSERT_TRUE(eventually([&] { return server.requests().size() == 1; }));
-  interrupt(velun);
-  EXPECT_EQ(names_in(bundle()), std::vector<std::string>{});
-  expect_second_run_completes();
+  ASSERT_TRUE(eventually([&] { return is_on_its_way("model.fp32.onnx"); }));
+  interrupt(velun, velun);
+  EXPECT_EQ(names_in(bundle()),
+            (Words{"calibration.json", "model.fp32.onnx.part", "tokenizer.json"}));
+  expect_second_run(
+      "fetching velun-pii-m-v1.3 (full)\n"
+      "  tokenizer.json — already here\n"
+      "  calibration.json — already here\n"
+      "  model.fp32.onnx (~1.200000 GB)\n"
+      "done. activate it with: velun model use velun-pii-m-v1.3\n");
 }
 
 TEST_P(Interruption, during_the_hubs_answer_leaves_only_a_part_and_no_readable_token) {
@@ -117,111 +120,21 @@ TEST_P(Interruption, during_the_hubs_answer_leaves_only_a_part_and_no_readable_t
   use_token("hf_secret");
   const pid_t velun = start();
   ASSERT_TRUE(eventually([&] { return is_on_its_way("tokenizer.json"); }));
-  interrupt(velun);
-  EXPECT_EQ(names_in(bundle()), std::vector<std::string>{"tokenizer.json.part"});
-  expect_nothing_readable();
-  expect_second_run_completes();
+  interrupt(velun, velun);
+  EXPECT_EQ(names_in(bundle()), Words{"tokenizer.json.part"});
+  EXPECT_TRUE(!fs::exists(header_file()) || mode_of(header_file()) == 0600);
+  expect_second_run(fresh_fetch);
 }
 
-TEST_P(Interruption, before_the_hubs_answer_leaves_no_readable_token) {
-  const LoopbackServer hub(
-      0,
-      [&](const std::string&) {
-        return Reply{"", Ending::hang};
-      },
-      VELUN_HUB_CERTIFICATE);
-  use_hub(hub.port());
-  use_token("hf_secret");
-  const pid_t velun = start();
-  ASSERT_TRUE(eventually([&] { return hub.requests().size() == 1; }));
-  interrupt(velun);
-  EXPECT_EQ(names_in(bundle()), std::vector<std::string>{});
-  expect_nothing_readable();
-  expect_second_run_completes();
-}
-
-TEST_P(Interruption, of_a_hub_download_is_cleared_up_by_the_next_hub_download) {
-  std::atomic<bool> silent = true;
-  const LoopbackServer hub(
-      0,
-      [&](const std::string& request) {
-        return silent ? Reply{"", Ending::hang} : serving(hub_files)(request);
-      },
-      VELUN_HUB_CERTIFICATE);
-  use_hub(hub.port());
-  use_token("hf_secret");
-  const pid_t velun = start();
-  ASSERT_TRUE(eventually([&] { return hub.requests().size() == 1; }));
-  interrupt(velun);
-  silent = false;
-  EXPECT_EQ(sandbox.velun({"model", "fetch"}).out, fresh_fetch);
-  EXPECT_EQ(names_in(sandbox.state_dir()), std::vector<std::string>{"models"});
-}
-
-TEST_P(Interruption, between_two_files_keeps_the_first) {
-  const LoopbackServer server(0, [&](const std::string& request) {
-    return path_of(request) == tokenizer_path ? answer(200, large.at(tokenizer_path))
-                                              : Reply{"", Ending::hang};
-  });
-  use_mirror(server.port());
-  const pid_t velun = start();
-  ASSERT_TRUE(eventually([&] { return server.requests().size() == 2; }));
-  interrupt(velun);
-  EXPECT_EQ(names_in(bundle()), std::vector<std::string>{"tokenizer.json"});
-  EXPECT_EQ(read_file(bundle() / "tokenizer.json"), large.at(tokenizer_path));
-  expect_second_run_completes();
-}
-
-TEST_P(Interruption, during_the_last_file_keeps_the_others) {
-  const LoopbackServer server(0, [&](const std::string& request) {
-    return path_of(request) == graph_path ? half_of(large.at(graph_path)) : serving(large)(request);
-  });
-  use_mirror(server.port());
-  const pid_t velun = start();
-  ASSERT_TRUE(eventually([&] { return is_on_its_way("model.fp32.onnx"); }));
-  interrupt(velun);
-  EXPECT_EQ(names_in(bundle()), (std::vector<std::string>{
-                                    "calibration.json", "model.fp32.onnx.part", "tokenizer.json"}));
-  expect_second_run_completes();
-}
-
-// As from the keyboard, where curl gets the signal as well.
-TEST_P(Interruption, of_velun_and_curl_together_leaves_only_a_part) {
+TEST_P(Interruption, of_velun_and_curl_together_as_from_the_keyboard_leaves_only_a_part) {
   const LoopbackServer server(
       0, [&](const std::string&) { return half_of(large.at(tokenizer_path)); });
   use_mirror(server.port());
-  RunOptions options;
-  options.in_child = [] {
-    setpgid(0, 0);
-    signal(GetParam(), SIG_DFL);
-  };
-  const pid_t velun = sandbox.start_velun({"model", "fetch"}, options);
-  ASSERT_TRUE(eventually([&] { return is_on_its_way("tokenizer.json"); }));
-  const pid_t curl = child_of(velun);
-  ASSERT_GT(curl, 0);
-  kill(-velun, GetParam());
-  EXPECT_NE(wait_for(velun, std::chrono::seconds(10)), -1);
-  EXPECT_TRUE(eventually([&] { return !is_running(curl); }));
-  EXPECT_EQ(names_in(bundle()), std::vector<std::string>{"tokenizer.json.part"});
-  expect_second_run_completes();
-}
-
-// A curl that a signal ends while velun lives on is a failed attempt like any other.
-TEST_P(Interruption, of_curl_alone_sends_velun_to_the_hub) {
-  const LoopbackServer server(
-      0, [&](const std::string&) { return half_of(large.at(tokenizer_path)); });
-  const LoopbackServer hub(0, serving(hub_files), VELUN_HUB_CERTIFICATE);
-  use_mirror(server.port());
-  use_hub(hub.port());
   const pid_t velun = start();
   ASSERT_TRUE(eventually([&] { return is_on_its_way("tokenizer.json"); }));
-  const pid_t curl = child_of(velun);
-  ASSERT_GT(curl, 0);
-  kill(curl, GetParam());
-  ASSERT_TRUE(eventually([&] { return server.requests().size() == 2; }));
-  EXPECT_EQ(read_file(bundle() / "tokenizer.json"), tokenizer_body);
-  EXPECT_EQ(hub.requests().size(), 1U);
-  interrupt(velun);
+  interrupt(velun, -velun);
+  EXPECT_EQ(names_in(bundle()), Words{"tokenizer.json.part"});
+  expect_second_run(fresh_fetch);
 }
 
 }  // namespace
