@@ -74,7 +74,7 @@ class Interruption : public Fetching, public ::testing::WithParamInterface<int> 
                        {graph_path, std::string(300000, 'g')}};
 };
 
-INSTANTIATE_TEST_SUITE_P(By, Interruption, ::testing::Values(SIGINT, SIGKILL),
+INSTANTIATE_TEST_SUITE_P(By, Interruption, ::testing::Values(SIGHUP, SIGINT, SIGKILL, SIGTERM),
                          [](const auto& signal) { return sigabbrev_np(signal.param); });
 
 TEST_P(Interruption, before_the_second_answer_keeps_the_first_file) {
