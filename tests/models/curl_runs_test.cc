@@ -6,6 +6,7 @@
 
 #include <iostream>
 #include <sstream>
+#include <tuple>
 
 #include "models/download.h"
 #include "tests/models/fetch_fixture.h"
@@ -110,7 +111,7 @@ TEST_F(CurlRuns, pass_on_bytes_of_paths_and_urls_as_they_are) {
   EXPECT_EQ(words.at(8), "http://127.0.0.1:1/ \xfe$(x)*/velun-pii-m-v1.3/tokenizer/tokenizer.json");
 }
 
-TEST_F(CurlRuns, stay_in_the_session_and_on_the_streams_of_the_user) {
+TEST_F(CurlRuns, speak_on_the_streams_of_the_user_below_the_line_of_their_file) {
   const ScriptedProgram curl = scripted("output []\nprint curl says\ncomplain curl complains");
   EXPECT_EQ(fetch(), ended(0,
                            "fetching velun-pii-m-v1.3 (full)\n"
@@ -122,7 +123,29 @@ TEST_F(CurlRuns, stay_in_the_session_and_on_the_streams_of_the_user) {
                            "curl says\n"
                            "done. activate it with: velun model use velun-pii-m-v1.3\n",
                            "curl complains\ncurl complains\ncurl complains\n"));
-  EXPECT_EQ(curl.runs().at(0).session, getsid(0));
+}
+
+// Its job, so that the keyboard reaches it, its streams and nothing that velun has open.
+auto surroundings(const RecordedRun& run) {
+  return std::tuple(run.session, run.group, run.descriptors, run.directory, run.environment,
+                    run.status.at("Umask"), run.status.at("SigBlk"), run.status.at("SigIgn"));
+}
+
+TEST_F(CurlRuns, find_themselves_where_velun_was_started) {
+  const ScriptedProgram curl = scripted("exit 22");
+  use_token("hf_secret");
+  for (const auto pipe_action : {SIG_DFL, SIG_IGN}) {
+    RunOptions options;
+    options.in_child = [pipe_action] { signal(SIGPIPE, pipe_action); };
+    RunOptions by_hand = options;
+    by_hand.program = curl.path();
+    EXPECT_EQ(fetch(options), refused_with_token);
+    sandbox.velun({}, by_hand);
+    const std::vector<RecordedRun> runs = curl.runs();
+    const std::size_t last = runs.size() - 1;
+    EXPECT_EQ(surroundings(runs.at(last - 2)), surroundings(runs[last])) << "for the mirror";
+    EXPECT_EQ(surroundings(runs.at(last - 1)), surroundings(runs[last])) << "for the hub";
+  }
 }
 
 TEST_F(CurlRuns, that_fail_or_are_killed_leave_neither_a_part_nor_a_header_file) {
