@@ -86,9 +86,14 @@ TEST_F(CurlRuns, have_nine_words_for_the_hub_without_a_token_or_with_an_empty_on
 
 TEST_F(CurlRuns, have_eleven_words_for_the_hub_with_a_token) {
   const ScriptedProgram curl = scripted("exit 22");
-  use_token("hf_secret");
-  EXPECT_EQ(fetch(), refused_with_token);
-  EXPECT_EQ(vectors_of(curl), (std::vector<Words>{mirror_run(), hub_run_with_token()}));
+  for (const char* token : {"hf_secret", " \tblanks at its ends \t ", "two\nlines"}) {
+    use_token(token);
+    EXPECT_EQ(fetch(), refused_with_token);
+  }
+  const Words mirror_words = mirror_run();
+  const Words hub_words = hub_run_with_token();
+  EXPECT_EQ(vectors_of(curl), (std::vector<Words>{mirror_words, hub_words, mirror_words, hub_words,
+                                                  mirror_words, hub_words}));
 }
 
 TEST_F(CurlRuns, go_to_the_hub_for_just_the_file_that_the_mirror_lacks) {

@@ -66,7 +66,7 @@ class HubToken : public Fetching {
     EXPECT_EQ(names_in(sandbox.state_dir()), Words{"models"});
   }
 
-  const std::string token = "hf_secret";
+  std::string token = "hf_secret";
   Words sights;
   LoopbackServer hub{0, watching(hub_files), VELUN_HUB_CERTIFICATE};
 };
@@ -77,6 +77,16 @@ TEST_F(HubToken, goes_to_the_hub_in_an_owner_only_file_that_curl_reads) {
   for (const std::string& request : hub.requests()) {
     EXPECT_NE(request.find("\r\nAuthorization: Bearer " + token + "\r\n"), std::string::npos)
         << request;
+  }
+}
+
+TEST_F(HubToken, stands_in_the_file_byte_for_byte) {
+  for (const char* bytes : {" \tblanks at its ends \t ", "two\nlines", "\n", "\r\xff'\"\\%s$x"}) {
+    token = bytes;
+    use_token(token);
+    expect_private_fetch();
+    sights.clear();
+    fs::remove_all(bundle());
   }
 }
 
