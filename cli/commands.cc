@@ -31,11 +31,13 @@ int help(const Invocation& words, const Config&) {
   return print_help(words.argument);
 }
 
+// What is in effect rather than what the file says: the next save would write just this.
 int show_config(const Invocation&, const Config& config) {
   std::cout << "file: " + config_path().string() + "\n\n" + render_config(config);
   return status_success;
 }
 
+// A word that no handler takes is ignored: there are no options, and none is refused.
 constexpr Command commands[] = {
     {"help", false, help},
     {"--help", false, help},
@@ -73,6 +75,7 @@ int run_command(const Invocation& invocation) {
   if (known && !command->needs_config) {
     return command->run(invocation, config);
   }
+  // Before an unknown word is reported: without a valid configuration that is what to mend first.
   if (!load_config(config, MissingFile::reported)) {
     return status_failure;
   }

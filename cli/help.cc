@@ -18,6 +18,8 @@ struct Topic {
   std::string_view rest = {};      // the text behind the location
 };
 
+// Fixed on purpose: the ports topic names the default ports whatever the configuration says, so
+// that help is there before any configuration is.
 constexpr Topic topics[] = {
     {"",
      R"(velun — the free command-line edition of the Velun Connector.

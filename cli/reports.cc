@@ -18,6 +18,7 @@ int print_report(const Config& config, const std::string& path,
                  std::optional<std::string> (*report_of)(const std::string& body)) {
   const std::optional<std::string> body = ask_daemon(config, path);
   if (!body) {
+    // No daemon is no failure: there is just nothing to report.
     std::cout << "not running\n";
     return status_success;
   }

@@ -27,6 +27,7 @@ void ask_detection(Config& config) {
                                                              : "none";
   const std::string answer = prompt_value(
       "Detection: path to a model bundle, a self-hosted engine URL, or `none`", current);
+  // The two exclude each other, whichever of them was set before.
   config.model_dir.clear();
   config.endpoint_url.clear();
   // Values are judged when the file is next loaded, here only told apart.

@@ -39,6 +39,7 @@ bool load_config(Config& config, MissingFile missing_file) {
     }
     return false;
   }
+  // Every valid key is applied even when others are not: setup offers what could be understood.
   Problems problems;
   config = validate_config(parse_config_text(*text, problems), problems);
   if (problems.empty()) {
@@ -55,9 +56,12 @@ bool load_config(Config& config, MissingFile missing_file) {
 
 void save_config(const Config& config) {
   const std::filesystem::path path = config_path();
+  // A bare file name has no directory part and means the current directory.
   if (path.has_parent_path()) {
     make_directories(path.parent_path());
   }
+  // In place, neither through a temporary file nor with permissions of its own: a link stays a link,
+  // and the file stays as private as its owner made it.
   std::ofstream file(path, std::ios::trunc);
   // On disk before it is said to be: whoever waits for the line may read the file at once.
   file << render_config(config) << std::flush;

@@ -20,6 +20,8 @@ fs::path home_or_tmp() {
 
 }  // namespace
 
+// A path that the user spells out is taken as it stands, even an empty one: guessing another file
+// would read or overwrite one that was not meant.
 fs::path config_path() {
   if (const char* file = std::getenv("VELUN_CLI_CONFIG"); file != nullptr) {
     return file;
@@ -45,6 +47,7 @@ fs::path state_dir_of(const Config& config) {
 }
 
 std::string read_control_token(const Config& config) {
+  // Not trimmed: the daemon compares what it wrote, and hiding a stray blank would hide the fault.
   std::ifstream file(state_dir_of(config) / "control.token");
   std::string token;
   std::getline(file, token);

@@ -43,12 +43,14 @@ std::vector<std::string> split_items(std::string_view inside) {
 // Adds the pair of one line to `raw`; returns the problem of a line that cannot be accepted.
 std::optional<std::string> read_line(std::string_view line, int number, RawConfig& raw) {
   const std::string_view pair = trim_blanks(strip_comment(line));
+  // Before the test for indentation: an indented comment does no harm.
   if (pair.empty()) {
     return std::nullopt;
   }
   if (line.front() == ' ' || line.front() == '\t') {
     return "indentation is not part of this file's format (flat keys only)";
   }
+  // The first one: later ones belong to the value, as in a URL.
   const std::size_t colon = pair.find(':');
   if (colon == std::string_view::npos) {
     return "expected `key: value`";
@@ -76,6 +78,7 @@ std::optional<std::string> read_line(std::string_view line, int number, RawConfi
   return std::nullopt;
 }
 
+// A backslash before the closing quote has nothing to escape and stays; so a path may end in one.
 std::string resolve_escapes(std::string_view inside) {
   std::string text;
   for (std::size_t i = 0; i < inside.size(); ++i) {
@@ -98,6 +101,7 @@ RawConfig parse_config_text(std::string_view text, Problems& problems) {
     const std::size_t end = std::min(text.find('\n'), text.size());
     std::string_view line = text.substr(0, end);
     text.remove_prefix(std::min(end + 1, text.size()));
+    // Files from editors that end lines in the other way read alike.
     if (line.ends_with('\r')) {
       line.remove_suffix(1);
     }
@@ -118,6 +122,7 @@ std::string_view trim_blanks(std::string_view text) {
 }
 
 std::string unquote_value(std::string_view text) {
+  // One character alone may be a quote, but it cannot be both of them.
   if (text.size() < 2 || text.front() != text.back()) {
     return std::string(text);
   }

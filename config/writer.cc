@@ -3,6 +3,7 @@
 namespace velun {
 namespace {
 
+// What the reader would trim, unquote, split or cut off when it stood bare.
 bool needs_quotes(const std::string& text) {
   return text.front() == ' ' || text.back() == ' ' || text.front() == '\'' || text.front() == '[' ||
          text.find_first_of("\t\n\"#,:\\") != std::string::npos;
@@ -23,6 +24,7 @@ std::string render_config(const Config& config) {
   const auto add = [&](const char* key, const std::string& value) {
     text += std::string(key) + ": " + value + "\n";
   };
+  // One of three words that need no quotes.
   add("mode", config.mode);
   if (!config.model_dir.empty()) {
     add("model_dir", quote_value(config.model_dir));

@@ -42,6 +42,7 @@ std::vector<std::string> daemon_argv(const Config& config) {
   if (config.names) {
     add({"--names"});
   }
+  // The daemon runs one engine per launch; should both be set, the one that needs no download wins.
   if (!config.endpoint_url.empty()) {
     add({"--model-endpoint", config.endpoint_url});
   } else if (!config.model_dir.empty()) {
@@ -55,6 +56,7 @@ std::vector<std::string> daemon_argv(const Config& config) {
 }
 
 std::string find_daemon_program(const std::string& argument_zero) {
+  // Links are resolved, for an installed tool may be reached through one while its neighbour is not.
   std::error_code error;
   const fs::path tool = fs::canonical(argument_zero, error);
   if (!error) {

@@ -65,6 +65,7 @@ std::string fetch_body(int port, const std::string& request, std::chrono::millis
 
 }  // namespace
 
+// Put together here, not by the library, which would trim the token's blanks.
 std::string control_request(int port, const std::string& path, const std::string& token) {
   std::string request =
       "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) + "\r\n";
@@ -79,6 +80,7 @@ std::string control_get(int port, const std::string& path, const std::string& to
   try {
     return fetch_body(port, control_request(port, path, token), limit);
   } catch (const std::exception&) {
+    // Out of descriptors or memory: for the caller that is one more daemon that does not answer.
     return "";
   }
 }

@@ -82,6 +82,7 @@ int wait_for_daemon(const Config& config, pid_t pid, const std::vector<std::stri
                        "/\n";
       return status_success;
     }
+    // Only now: a daemon may go on in a process of its own and still answer.
     if (waitpid(pid, nullptr, WNOHANG) == pid) {
       std::cerr << "velund exited during startup — run it by hand to see why:\n  " +
                        command_text(command) + "\n";
@@ -108,6 +109,7 @@ bool wait_until_gone(pid_t pid) {
   return false;
 }
 
+// A pid file that cannot be removed does no harm: its process is gone, and the next stop sees that.
 int finish(const Config& config, const char* message) {
   std::error_code ignored;
   fs::remove(pid_file_of(config), ignored);
@@ -143,6 +145,7 @@ int start_daemon(const Config& config, const std::string& argument_zero) {
     std::cout << "already running on control port " + std::to_string(config.control_port) + "\n";
     return status_success;
   }
+  // What kind of thing it is, the daemon judges.
   if (!config.model_dir.empty() && !path_exists(config.model_dir)) {
     std::cerr << "model_dir does not exist: " + config.model_dir +
                      "\n`velun help model` explains how to get a model.\n";
@@ -167,6 +170,7 @@ int start_daemon(const Config& config, const std::string& argument_zero) {
 
 int stop_daemon(const Config& config) {
   const std::optional<pid_t> pid = read_recorded_pid(config);
+  // Recorded and alive is not enough: the pid may have been given to another process since.
   if (pid && is_alive(*pid)) {
     return stop_recorded(config, *pid);
   }

@@ -15,6 +15,7 @@ namespace {
 // The first window that comes with the full set of heads.
 constexpr int full_window = 1024;
 
+// The texts are the daemon's format, byte for byte, with neither blanks nor another order.
 constexpr char full_prefix[] =
     R"({"head_order":["PERSON","CITY","STREET","ORG","EMAIL","USERNAME","URL","PHONE","ACCOUNT",)"
     R"("WALLET","CARD","NATIONAL_ID","PLATE","DOB","NETADDR","POSTAL_CODE","CUSTOMER_ID","SECRET",)"
@@ -65,6 +66,7 @@ std::string labels_json(const ModelCard& card) {
   return text + "}}\n";
 }
 
+// Nothing is escaped: no value of the catalog needs it.
 std::string manifest_json(const ModelCard& card) {
   std::string text =
       R"({"model":")" + card.display_name + R"(","window":)" + std::to_string(card.window);

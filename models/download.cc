@@ -109,6 +109,7 @@ int download_from_hub(const Config& config, const ModelCard& card, const BundleF
     const TokenHeader header(state_dir_of(config) / ".hf-token.header", token);
     return run_curl(url, part, header.path());
   }
+  // With a token that was refused the user has done what the explanation asks for.
   const int status = run_curl(url, part, "");
   if (status != 0 && card.gated) {
     explain_gate(card, file);
@@ -122,6 +123,7 @@ std::string size_text(std::int64_t bytes) {
   if (bytes < 1'000'000'000) {
     return std::to_string(bytes / 1'000'000) + " MB";
   }
+  // Cut before the division, which the six decimals printed would otherwise give away.
   const std::int64_t tenths = bytes / 100'000'000;
   return std::to_string(static_cast<double>(tenths) / 10.0) + " GB";
 }
@@ -157,6 +159,7 @@ bool download_file(const Config& config, const ModelCard& card, const BundleFile
     return true;
   }
   std::cout << "  " + file.local_name + " (~" + size_text(file.expected_size) + ")\n";
+  // Whatever an interrupted run left under this name, curl overwrites.
   const std::string part = final_path.string() + ".part";
   if (run_curl(mirror_url(card, file), part, "") != 0) {
     remove_ignoring_errors(part);

@@ -24,6 +24,7 @@ int list_models(const Config& config) {
   std::string text;
   std::error_code error;
   const fs::directory_iterator end;
+  // In the order of the directory. One that cannot be read has no models to show.
   for (fs::directory_iterator entry(models_dir, error); entry != end; entry.increment(error)) {
     std::error_code unknown_counts_as_missing;
     if (!entry->is_directory(unknown_counts_as_missing)) {
@@ -71,6 +72,7 @@ int use_model(Config config, const std::string& argument) {
     std::cerr << "usage: velun model use <id-or-path>\n";
     return status_usage;
   }
+  // What is in the current directory wins over a downloaded bundle of that name.
   fs::path bundle = argument;
   if (!path_exists(bundle)) {
     bundle = models_dir_of(config) / argument;
@@ -83,9 +85,12 @@ int use_model(Config config, const std::string& argument) {
     std::cerr << bundle.string() + " is incomplete (needs a graph, tokenizer.json, labels.json)\n";
     return status_failure;
   }
+  // Absolute, for the daemon runs elsewhere; neither tidied nor resolved, for a link may be meant to
+  // be moved to the next bundle.
   config.model_dir = fs::absolute(bundle).string();
   config.endpoint_url.clear();
   save_config(config);
+  // Only said: a restart interrupts the traffic of every client, which is the user's to decide.
   if (daemon_healthy(config.control_port)) {
     std::cout << "restart to load it: velun restart\n";
   }

@@ -26,6 +26,7 @@ void ignore_abandoned_output() {
 }
 
 pid_t fork_child() {
+  // A child that writes to standard error would write out, once more, what it found unwritten here.
   std::cout << std::flush;
   const pid_t pid = fork();
   if (pid == 0) {
