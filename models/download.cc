@@ -48,19 +48,21 @@ void remove_ignoring_errors(const fs::path& path) {
 }
 
 // The file that carries the hub token to curl, so that it never stands on a command line; it is
-// gone with its scope. Whatever was at the path before is removed first: a link is not followed,
-// and nobody who opened an older, readable file can see the token appear in it.
+// gone with its scope. It is created anew or not at all: no link is followed, and whoever opened
+// an older, readable file never sees the token appear in it. Without it curl asks without a token,
+// and the hub refuses.
 class TokenHeader {
  public:
   TokenHeader(fs::path path, const std::string& token) : path_(std::move(path)) {
     remove_ignoring_errors(path_);
-    const Descriptor file(
-        open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-    // A file that could not be removed is made private before the token goes in. Whatever fails
-    // here leaves curl without the header, which the failing download then shows.
-    if (file.get() >= 0 && fchmod(file.get(), S_IRUSR | S_IWUSR) == 0) {
-      write_all(file.get(), "Authorization: Bearer " + token + "\n");
+    const Descriptor file(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (file.get() < 0) {
+      return;
     }
+    // Only a mask that denies the owner, too, makes this necessary: the file has been private from
+    // its creation, so that a failure gives nothing away.
+    fchmod(file.get(), S_IRUSR | S_IWUSR);
+    write_all(file.get(), "Authorization: Bearer " + token + "\n");
   }
   ~TokenHeader() { remove_ignoring_errors(path_); }
   TokenHeader(const TokenHeader&) = delete;

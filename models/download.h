@@ -17,15 +17,15 @@ namespace velun {
 std::string size_text(std::int64_t bytes);
 
 /// Runs `curl` from the search path for `url` into `output`, on the user's terminal. A non-empty
-/// `header_file` names a file whose lines curl sends as request headers. Returns curl's exit code,
-/// 127 when it cannot be executed, or 1 when it cannot be forked or a signal ended it.
+/// `header_file` names a file whose lines curl sends as request headers. Returns 0 when curl
+/// succeeded; any other status says that it failed or could not be run.
 int run_curl(const std::string& url, const std::string& output, const std::string& header_file);
 
 /// Downloads one file of `card` into `bundle`, unless something that is not empty is there already.
 /// `VELUN_HF_TOKEN`, when set and not empty, goes to the hub only, through an owner-only header
-/// file in the state directory that is removed afterwards. Prints a progress line; a failure of
-/// both sources is reported on standard error and returns false. Throws
-/// std::filesystem::filesystem_error when the finished file cannot be renamed.
+/// file in the state directory. Prints a progress line; false, after a report on standard error,
+/// when both sources failed. Throws std::filesystem::filesystem_error when the finished file cannot
+/// be renamed.
 bool download_file(const Config& config, const ModelCard& card, const BundleFile& file,
                    const std::filesystem::path& bundle);
 

@@ -172,6 +172,23 @@ TEST_F(CurlRuns, without_a_curl_on_the_search_path_count_as_failed) {
   expect_nothing_left();
 }
 
+// Not even for a moment is it in a file that somebody may have opened before.
+TEST_F(CurlRuns, name_a_header_file_that_cannot_be_replaced_but_the_token_is_not_put_into_it) {
+  const ScriptedProgram curl = scripted("exit 22");
+  use_token("hf_secret");
+  write_file(header_file(), "older content\n");
+  const fs::file_time_type long_ago = fs::last_write_time(header_file()) - std::chrono::hours(1);
+  fs::last_write_time(header_file(), long_ago);
+  fs::create_directories(bundle());
+  fs::permissions(sandbox.state_dir(), fs::perms::owner_read | fs::perms::owner_exec);
+  RunOptions options;
+  options.as_nobody = true;
+  EXPECT_EQ(fetch(options), refused_with_token);
+  EXPECT_EQ(vectors_of(curl), (std::vector<Words>{mirror_run(), hub_run_with_token()}));
+  EXPECT_EQ(read_file(header_file()), "older content\n");
+  EXPECT_EQ(fs::last_write_time(header_file()), long_ago);
+}
+
 TEST_F(CurlRuns, that_cannot_be_forked_count_as_failed) {
   // The leak check of a sanitizer build would want a process of its own.
   sandbox.environment["ASAN_OPTIONS"] = "detect_leaks=0";
