@@ -47,6 +47,10 @@ void remove_ignoring_errors(const fs::path& path) {
   fs::remove(path, ignored);
 }
 
+fs::path token_header_of(const Config& config) {
+  return state_dir_of(config) / ".hf-token.header";
+}
+
 // The file that carries the hub token to curl, so that it never stands on a command line; it is
 // gone with its scope. It is created anew or not at all: no link is followed, and whoever opened
 // an older, readable file never sees the token appear in it. Without it curl asks without a token,
@@ -108,7 +112,7 @@ int download_from_hub(const Config& config, const ModelCard& card, const BundleF
   const std::string url = hub_url(card, file);
   const char* token = std::getenv("VELUN_HF_TOKEN");
   if (token != nullptr && *token != '\0') {
-    const TokenHeader header(state_dir_of(config) / ".hf-token.header", token);
+    const TokenHeader header(token_header_of(config), token);
     return run_curl(url, part, header.path());
   }
   // With a token that was refused the user has done what the explanation asks for.
@@ -128,6 +132,10 @@ std::string size_text(std::int64_t bytes) {
   // Cut before the division, which the six decimals printed would otherwise give away.
   const std::int64_t tenths = bytes / 100'000'000;
   return std::to_string(static_cast<double>(tenths) / 10.0) + " GB";
+}
+
+void remove_stale_token(const Config& config) {
+  remove_ignoring_errors(token_header_of(config));
 }
 
 int run_curl(const std::string& url, const std::string& output, const std::string& header_file) {

@@ -16,6 +16,9 @@ namespace velun {
 /// gigabytes cut to one decimal and printed with six ("1.200000 GB").
 std::string size_text(std::int64_t bytes);
 
+/// Removes the token's header file, which a run that was killed leaves behind.
+void remove_stale_token(const Config& config);
+
 /// Runs `curl` from the search path for `url` into `output`, on the user's terminal. A non-empty
 /// `header_file` names a file whose lines curl sends as request headers. Returns 0 when curl
 /// succeeded; any other status says that it failed or could not be run.

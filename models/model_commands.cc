@@ -44,6 +44,7 @@ int list_models(const Config& config) {
 }
 
 int fetch_model(const Config& config, const std::string& argument) {
+  remove_stale_token(config);
   const ModelCard& card = model_catalog();
   std::string variant = argument == "compact" ? "compact" : "full";
   if (variant == "compact" && !card.has_compact) {

@@ -156,6 +156,18 @@ TEST_F(HubToken, is_not_written_through_a_dangling_link) {
   EXPECT_FALSE(fs::exists(sandbox.root() / "created"));
 }
 
+TEST_F(HubToken, that_a_killed_run_left_goes_when_the_next_fetch_begins) {
+  sandbox.environment.erase("VELUN_HF_TOKEN");
+  const LoopbackServer server(0, watching(mirror_files));
+  use_mirror(server.port());
+  for (const std::string& out : {fresh_fetch, second_fetch}) {
+    write_file(header_file(), "Authorization: Bearer hf_older\n");
+    EXPECT_EQ(fetch(), success(out));
+    EXPECT_FALSE(fs::exists(header_file()));
+  }
+  EXPECT_EQ(sights, Words(3, "no file"));
+}
+
 TEST_F(HubToken, goes_nowhere_when_a_directory_takes_the_files_place) {
   write_file(header_file() / "inside", "kept");
   const Outcome run = sandbox.velun({"model", "fetch"});

@@ -66,6 +66,7 @@ class Interruption : public Fetching, public ::testing::WithParamInterface<int> 
     use_mirror(server.port());
     EXPECT_EQ(fetch(), success(out));
     expect_bundle_of(large);
+    EXPECT_EQ(names_in(sandbox.state_dir()), Words{"models"});
   }
 
   // The files at a size that curl does not keep in its buffer.
