@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "cli/transcript.h"
 #include "daemon/control_client.h"
 #include "system/exit_status.h"
 
@@ -48,26 +49,6 @@ std::optional<std::string> stats_report(const std::string& body) {
          // The stream's default format, six significant digits, is the wanted one.
          << "\ncost (list prices):  $" << static_cast<double>(cost_micros) / 1'000'000.0 << "\n";
   return report.str();
-}
-
-std::optional<std::string> log_report(const std::string& body) {
-  const json answer = json::parse(body, nullptr, false);
-  if (answer.is_discarded()) {
-    return std::nullopt;
-  }
-  const json none;
-  const bool absent = answer.is_object() && !answer.contains("entries");
-  const json& entries = absent ? none : answer.at("entries");
-  if (entries.empty()) {
-    return "no requests yet (the transcript is RAM-only and empties on restart)\n";
-  }
-  std::string report;
-  for (const json& entry : entries) {
-    report += entry.value("app", "?") + "  " + entry.value("model", "") + "  " +
-              entry.value("outcome", "") + "  " + std::to_string(entry.value("duration_ms", 0)) +
-              " ms\n";
-  }
-  return report;
 }
 
 int print_stats(const Config& config) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/reports.h"
+#include "cli/transcript.h"
 #include "tests/support/report_server.h"
 
 namespace velun::test {

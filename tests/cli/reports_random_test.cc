@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "cli/reports.h"
+#include "cli/transcript.h"
 
 namespace velun::test {
 namespace {
