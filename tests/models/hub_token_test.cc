@@ -136,22 +136,31 @@ TEST_F(HubToken, is_readable_for_curl_under_a_mask_that_hides_everything) {
 
 // A second name leads to the older file as a descriptor would that somebody opened in time.
 TEST_F(HubToken, never_appears_in_an_older_file_that_somebody_can_still_read) {
-  write_file(header_file(), "older content\n");
-  fs::create_hard_link(header_file(), sandbox.root() / "public");
+  const fs::path older = sandbox.root() / "older";
+  const LoopbackServer server(0, [&](const std::string&) {
+    fs::remove(older);
+    write_file(older, "older content\n");
+    fs::create_hard_link(older, header_file());
+    return answer(404, "");
+  });
   const LoopbackServer looking(
       0,
       [&](const std::string& request) {
-        EXPECT_EQ(read_file(sandbox.root() / "public"), "older content\n");
+        EXPECT_EQ(read_file(older), "older content\n");
         return watching(hub_files)(request);
       },
       VELUN_HUB_CERTIFICATE);
+  use_mirror(server.port());
   use_hub(looking.port());
   expect_private_fetch();
 }
 
 TEST_F(HubToken, is_not_written_through_a_dangling_link) {
-  fs::create_directories(sandbox.state_dir());
-  fs::create_symlink(sandbox.root() / "created", header_file());
+  const LoopbackServer server(0, [&](const std::string&) {
+    fs::create_symlink(sandbox.root() / "created", header_file());
+    return answer(404, "");
+  });
+  use_mirror(server.port());
   expect_private_fetch();
   EXPECT_FALSE(fs::exists(sandbox.root() / "created"));
 }
