@@ -9,13 +9,6 @@ namespace fs = std::filesystem;
 namespace velun::test {
 namespace {
 
-const std::string calibration_is_here =
-    "fetching velun-pii-m-v1.3 (full)\n"
-    "  tokenizer.json (~34 MB)\n"
-    "  calibration.json — already here\n"
-    "  model.fp32.onnx (~1.200000 GB)\n"
-    "done. activate it with: velun model use velun-pii-m-v1.3\n";
-
 class AlreadyHere : public Fetching {
  protected:
   AlreadyHere() { use_mirror(server.port()); }
@@ -23,7 +16,7 @@ class AlreadyHere : public Fetching {
   void expect_calibration_left_alone() {
     RunOptions options;
     options.as_nobody = true;
-    EXPECT_EQ(fetch(options), success(calibration_is_here));
+    EXPECT_EQ(fetch(options), success(fetch_that_finds({"calibration.json"})));
     EXPECT_EQ(server.paths(), (Words{tokenizer_path, graph_path}));
   }
 

@@ -69,6 +69,16 @@ inline const std::string fresh_fetch =
     "  model.fp32.onnx (~1.200000 GB)\n"
     "done. activate it with: velun model use velun-pii-m-v1.3\n";
 
+/// Standard output of a fetch that finds these files of the bundle and downloads the others.
+inline std::string fetch_that_finds(const Words& names) {
+  std::string out = fresh_fetch;
+  for (const std::string& name : names) {
+    const std::size_t size = out.find("  " + name) + 2 + name.size();
+    out.replace(size, out.find('\n', size) - size, " — already here");
+  }
+  return out;
+}
+
 /// Standard output of a fetch that finds all three files.
 inline const std::string second_fetch =
     "fetching velun-pii-m-v1.3 (full)\n"
