@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -84,22 +85,53 @@ TEST_F(StartChild, whose_exec_failed_ends_with_127) {
   EXPECT_EQ(read_file(sandbox.output_file()), "could not start /does/not/exist: exec failed\n");
 }
 
-TEST_F(StartChild, has_a_session_of_its_own) {
+TEST_F(StartChild, has_a_session_and_a_process_group_of_its_own) {
   const ScriptedProgram daemon = install_daemon("exit 3");
   sandbox.velun({"start"});
   ASSERT_EQ(daemon.runs().size(), 1U);
   EXPECT_EQ(daemon.runs()[0].session, daemon.runs()[0].pid);
+  EXPECT_EQ(daemon.runs()[0].group, daemon.runs()[0].pid);
 }
 
-TEST_F(StartChild, inherits_the_three_streams) {
-  const ScriptedProgram daemon = install_daemon("forever");
-  const LoopbackServer control = port_of_daemon(daemon);
-  EXPECT_EQ(sandbox.velun({"start"}).status, 0);
-  ASSERT_EQ(daemon.runs().size(), 1U);
-  const fs::path streams = "/proc/" + std::to_string(daemon.runs()[0].pid) + "/fd";
-  EXPECT_EQ(fs::read_symlink(streams / "0"), sandbox.root() / "in");
-  EXPECT_EQ(fs::read_symlink(streams / "1"), sandbox.output_file());
-  EXPECT_EQ(fs::read_symlink(streams / "2"), sandbox.root() / "err");
+// All else that a program finds itself with when it begins.
+std::string surroundings(const RecordedRun& run) {
+  std::string text = "in " + run.directory + "\n" + run.environment + "\n";
+  for (const char* field : {"Umask", "SigBlk", "SigIgn"}) {
+    text += std::string(field) + " " + run.status.at(field) + "\n";
+  }
+  for (const auto& [descriptor, target] : run.descriptors) {
+    text += std::to_string(descriptor) + " " + target + "\n";
+  }
+  return text;
+}
+
+// A start with nothing as it usually is; `pipe_action` is what SIGPIPE does.
+RunOptions unusual_start(const fs::path& directory, sighandler_t pipe_action) {
+  RunOptions options;
+  options.directory = directory;
+  options.in_child = [pipe_action] {
+    umask(027);
+    signal(SIGHUP, SIG_IGN);
+    signal(SIGPIPE, pipe_action);
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGUSR1);
+    sigprocmask(SIG_BLOCK, &blocked, nullptr);
+  };
+  return options;
+}
+
+TEST_F(StartChild, finds_all_else_as_velun_found_it) {
+  const ScriptedProgram daemon = install_daemon("exit 3");
+  const ScriptedProgram by_hand(sandbox.root() / "by hand", "exit 3");
+  sandbox.environment.insert({{"A=B", "=C\n \xff"}, {"EMPTY", ""}, {"LC_ALL", "no such locale"}});
+  for (const std::size_t round : {0U, 1U}) {
+    RunOptions options = unusual_start(sandbox.home(), round == 0 ? SIG_DFL : SIG_IGN);
+    sandbox.velun({"start"}, options);
+    options.program = by_hand.path();
+    sandbox.velun({}, options);
+    EXPECT_EQ(surroundings(daemon.runs().at(round)), surroundings(by_hand.runs().at(round)));
+  }
 }
 
 TEST_F(StartChild, gets_the_null_device_for_streams_that_velun_was_not_given) {
