@@ -64,8 +64,7 @@ class StartArguments : public Lifecycle {
                       "--control-port",
                       std::to_string(sandbox.control_port())};
     expected.insert(expected.end(), behind_the_ports.begin(), behind_the_ports.end());
-    const Outcome run = sandbox.velun({"start"});
-    EXPECT_EQ(run.err, exited_text(spaced(expected)));
+    EXPECT_EQ(seen(sandbox.velun({"start"})), failure(exited_text(spaced(expected))));
     ASSERT_EQ(daemon.runs().size(), 1U);
     EXPECT_EQ(daemon.runs()[0].argv, expected);
   }
@@ -158,14 +157,15 @@ TEST_F(StartArguments, name_a_relative_state_directory_as_it_is) {
 TEST_F(StartArguments, are_shown_without_quotes_or_escapes) {
   sandbox.configure("intercept_apps: [\"it's $HOME\"]\n");
   sandbox.environment["VELUND"] = "/does/not exist";
-  EXPECT_EQ(sandbox.velun({"start"}).err,
-            "could not start /does/not exist: exec failed\n"
-            "velund exited during startup — run it by hand to see why:\n"
-            "  /does/not exist --anthropic-port " +
-                std::to_string(sandbox.anthropic_port()) + " --openai-port " +
-                std::to_string(sandbox.openai_port()) + " --control-port " +
-                std::to_string(sandbox.control_port()) + " --state-dir " + state() +
-                " --quiet --detector local --names --intercept it's $HOME --intercept-port 8903\n");
+  EXPECT_EQ(
+      seen(sandbox.velun({"start"})),
+      failure("could not start /does/not exist: exec failed\n"
+              "velund exited during startup — run it by hand to see why:\n"
+              "  /does/not exist --anthropic-port " +
+              std::to_string(sandbox.anthropic_port()) + " --openai-port " +
+              std::to_string(sandbox.openai_port()) + " --control-port " +
+              std::to_string(sandbox.control_port()) + " --state-dir " + state() +
+              " --quiet --detector local --names --intercept it's $HOME --intercept-port 8903\n"));
 }
 
 }  // namespace

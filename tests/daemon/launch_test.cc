@@ -63,11 +63,8 @@ TEST_F(Start, leaves_a_daemon_alone_that_already_answers) {
   sandbox.configure("model_dir: /does/not/exist\n");
   const ScriptedProgram daemon = install_daemon("forever");
   const LoopbackServer control = answering_port();
-  const Outcome run = sandbox.velun({"start"});
-  EXPECT_EQ(run.out,
-            "already running on control port " + std::to_string(sandbox.control_port()) + "\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"start"})),
+            success("already running on control port " + port_text() + "\n"));
   EXPECT_EQ(control.paths(), std::vector<std::string>{"/healthz"});
   EXPECT_EQ(daemon.runs().size(), 0U);
   EXPECT_FALSE(fs::exists(sandbox.state_dir()));
@@ -97,9 +94,10 @@ class StartModelDir : public Lifecycle {
   void expect_accepted(const fs::path& model_dir) {
     sandbox.configure("model_dir: " + model_dir.string() + "\n");
     const ScriptedProgram daemon = install_daemon("exit 3");
-    EXPECT_EQ(sandbox.velun({"start"}).err,
-              exited_text(spaced({daemon.path()}) + " " +
-                          spaced(sandbox.daemon_flags({}, {"--model", model_dir.string()}))));
+    EXPECT_EQ(
+        seen(sandbox.velun({"start"})),
+        failure(exited_text(daemon.path() + " " +
+                            spaced(sandbox.daemon_flags({}, {"--model", model_dir.string()})))));
     EXPECT_EQ(daemon.runs().size(), 1U);
   }
 };

@@ -17,8 +17,8 @@ class Stop : public Lifecycle {
  protected:
   Stop() { sandbox.configure(); }
 
-  void expect_stop_says(const std::string& out, const std::string& err, int status) {
-    EXPECT_EQ(seen(sandbox.velun({"stop"})), ended(status, out, err));
+  std::string stop(const RunOptions& options = {}) {
+    return seen(sandbox.velun({"stop"}, options));
   }
 
   bool pid_file_exists() const { return fs::exists(sandbox.pid_file()); }
@@ -42,7 +42,7 @@ TEST_F(Stop, ends_a_recorded_live_process_whoever_it_is_that_answers) {
   const Bystander recorded;
   sandbox.write_pid_file(recorded.pid());
   const LoopbackServer control = answering_port();
-  expect_stop_says("stopped\n", "", 0);
+  EXPECT_EQ(stop(), success("stopped\n"));
   EXPECT_FALSE(recorded.alive());
 }
 
@@ -50,9 +50,7 @@ TEST_F(Stop, succeeds_also_when_it_cannot_print) {
   const ScriptedProgram daemon(sandbox.root() / "daemon", "forever");
   const pid_t pid = launch_recorded(daemon);
   const LoopbackServer control = answering_port();
-  const Outcome run = sandbox.velun({"stop"}, with_full_output());
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(stop(with_full_output()), success(""));
   EXPECT_FALSE(is_running(pid));
   EXPECT_FALSE(pid_file_exists());
 }
@@ -76,7 +74,7 @@ TEST_F(Stop, asks_before_it_sends_the_signal) {
     terms_when_asked = daemon.terms();
     return answer(500, "");
   });
-  expect_stop_says("", silent_text(pid), 1);
+  EXPECT_EQ(stop(), failure(silent_text(pid)));
   EXPECT_EQ(terms_when_asked, 0U);
   EXPECT_EQ(daemon.terms(), 0U);
 }
@@ -97,10 +95,8 @@ TEST_F(Stop, sends_one_sigterm_and_nothing_else_to_a_daemon_that_ignores_it) {
   const pid_t pid = launch_recorded(daemon);
   const LoopbackServer control = answering_port();
   const Outcome run = sandbox.velun({"stop"});
-  EXPECT_EQ(run.out, "");
-  EXPECT_EQ(run.err,
-            "still running after 5 s — `kill -9 " + std::to_string(pid) + "` if you mean it\n");
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(run), failure("still running after 5 s — `kill -9 " + std::to_string(pid) +
+                               "` if you mean it\n"));
   EXPECT_GE(run.took, milliseconds(5000));
   EXPECT_LT(run.took, milliseconds(15000));
   EXPECT_EQ(daemon.terms(), 1U);
@@ -112,11 +108,9 @@ TEST_F(Stop, leaves_a_live_process_alone_when_no_daemon_answers) {
   const Bystander bystander;
   sandbox.write_pid_file(bystander.pid());
   const std::string number = bystander.pid_text();
-  expect_stop_says("",
-                   "the recorded pid " + number + " is alive but no daemon answers on port " +
-                       port_text() + " — not killing it; if it is a stuck daemon, `kill " + number +
-                       "`\n",
-                   1);
+  EXPECT_EQ(stop(), failure("the recorded pid " + number +
+                            " is alive but no daemon answers on port " + port_text() +
+                            " — not killing it; if it is a stuck daemon, `kill " + number + "`\n"));
   EXPECT_TRUE(bystander.alive());
   EXPECT_EQ(read_file(sandbox.pid_file()), number + "\n");
 }
@@ -124,7 +118,7 @@ TEST_F(Stop, leaves_a_live_process_alone_when_no_daemon_answers) {
 TEST_F(Stop, sends_nothing_to_a_recorded_daemon_that_does_not_answer) {
   const ScriptedProgram daemon(sandbox.root() / "daemon", "log-term\nforever");
   const pid_t pid = launch_recorded(daemon);
-  expect_stop_says("", silent_text(pid), 1);
+  EXPECT_EQ(stop(), failure(silent_text(pid)));
   EXPECT_EQ(daemon.terms(), 0U);
   EXPECT_TRUE(is_running(pid));
 }
@@ -135,13 +129,13 @@ TEST_F(Stop, takes_a_port_that_accepts_and_stays_mute_for_a_silent_one) {
   const LoopbackServer control(sandbox.control_port(), [](const std::string&) {
     return Reply{"", Ending::hang};
   });
-  expect_stop_says("", silent_text(bystander.pid()), 1);
+  EXPECT_EQ(stop(), failure(silent_text(bystander.pid())));
   EXPECT_TRUE(bystander.alive());
 }
 
 TEST_F(Stop, removes_the_record_of_a_dead_process_when_nothing_answers) {
   sandbox.write_pid_file(pid_of_a_dead_process());
-  expect_stop_says("not running\n", "", 0);
+  EXPECT_EQ(stop(), success("not running\n"));
   EXPECT_FALSE(pid_file_exists());
 }
 
@@ -149,10 +143,8 @@ TEST_F(Stop, keeps_the_record_of_a_dead_process_when_a_daemon_answers) {
   const std::string text = std::to_string(pid_of_a_dead_process()) + "\n";
   sandbox.write_pid_file(text);
   const LoopbackServer control = answering_port();
-  expect_stop_says("",
-                   "a daemon answers on port " + port_text() +
-                       " but this CLI did not start it — not touching it\n",
-                   1);
+  EXPECT_EQ(stop(), failure("a daemon answers on port " + port_text() +
+                            " but this CLI did not start it — not touching it\n"));
   EXPECT_EQ(read_file(sandbox.pid_file()), text);
 }
 
@@ -160,14 +152,14 @@ TEST_F(Stop, leaves_a_daemon_alone_that_was_started_by_hand) {
   const ScriptedProgram daemon(sandbox.root() / "daemon", "log-term\nforever");
   const pid_t pid = launch_by_hand(daemon);
   const LoopbackServer control = answering_port();
-  expect_stop_says("", foreign_text(), 1);
+  EXPECT_EQ(stop(), failure(foreign_text()));
   EXPECT_EQ(daemon.terms(), 0U);
   EXPECT_TRUE(is_running(pid));
   EXPECT_FALSE(fs::exists(sandbox.state_dir()));
 }
 
 TEST_F(Stop, says_not_running_without_a_pid_file_and_creates_nothing) {
-  expect_stop_says("not running\n", "", 0);
+  EXPECT_EQ(stop(), success("not running\n"));
   EXPECT_FALSE(fs::exists(sandbox.state_dir()));
 }
 
@@ -176,7 +168,7 @@ TEST_F(Stop, works_in_mode_off_like_in_any_other) {
   const ScriptedProgram daemon(sandbox.root() / "daemon", "forever");
   const pid_t pid = launch_recorded(daemon);
   const LoopbackServer control = answering_port();
-  expect_stop_says("stopped\n", "", 0);
+  EXPECT_EQ(stop(), success("stopped\n"));
   EXPECT_FALSE(is_running(pid));
 }
 
@@ -191,7 +183,7 @@ TEST_F(Stop, ends_what_start_started) {
   const LoopbackServer control = port_of_daemon(daemon);
   EXPECT_EQ(sandbox.velun({"start"}).status, 0);
   ASSERT_EQ(daemon.runs().size(), 1U);
-  expect_stop_says("stopped\n", "", 0);
+  EXPECT_EQ(stop(), success("stopped\n"));
   EXPECT_FALSE(is_running(daemon.runs()[0].pid));
   EXPECT_FALSE(pid_file_exists());
 }
