@@ -3,7 +3,6 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 
@@ -47,15 +46,6 @@ TEST_F(StartChild, that_is_killed_before_answering_is_a_failure) {
 
 TEST_F(StartChild, that_exits_only_after_a_while_is_noticed_too) {
   expect_early_end("sleep 700\nexit 0");
-}
-
-TEST_F(StartChild, that_exits_is_noticed_though_the_parent_of_velun_ignores_sigchld) {
-  const ScriptedProgram daemon = install_daemon("exit 3");
-  RunOptions options;
-  options.in_child = [] { signal(SIGCHLD, SIG_IGN); };
-  const Outcome run = sandbox.velun({"start"}, options);
-  EXPECT_EQ(run.err, exited());
-  EXPECT_EQ(run.status, 1);
 }
 
 TEST_F(StartChild, that_exits_is_collected_by_velun_itself) {
@@ -134,53 +124,11 @@ TEST_F(StartChild, finds_all_else_as_velun_found_it) {
   }
 }
 
-TEST_F(StartChild, gets_the_null_device_for_streams_that_velun_was_not_given) {
-  const ScriptedProgram daemon = install_daemon("forever");
-  const LoopbackServer control = port_of_daemon(daemon);
-  RunOptions options;
-  options.in_child = [] {
-    for (const int stream : {0, 1, 2}) {
-      close(stream);
-    }
-  };
-  EXPECT_EQ(sandbox.velun({"start"}, options).status, 0);
-  ASSERT_EQ(daemon.runs().size(), 1U);
-  const std::string pid = std::to_string(daemon.runs()[0].pid);
-  for (const char* stream : {"0", "1", "2"}) {
-    EXPECT_EQ(fs::read_symlink("/proc/" + pid + "/fd/" + stream), "/dev/null");
-  }
-  EXPECT_EQ(read_file(sandbox.pid_file()), pid + "\n");
-}
-
 TEST_F(StartChild, runs_also_when_velun_cannot_print) {
   const ScriptedProgram daemon = install_daemon("forever");
   const LoopbackServer control = port_of_daemon(daemon);
   EXPECT_EQ(seen(sandbox.velun({"mode", "watch"}, with_full_output())), success(""));
   EXPECT_EQ(daemon.runs().size(), 1U);
-}
-
-TEST_F(StartChild, can_say_something_on_both_output_streams) {
-  install_daemon("print a word\ncomplain a complaint\nexit 3");
-  const Outcome run = sandbox.velun({"start"});
-  EXPECT_EQ(run.out, "a word\n");
-  EXPECT_EQ(run.err, "a complaint\n" + exited());
-}
-
-TEST_F(StartChild, speaks_after_what_velun_printed_before_it_forked) {
-  install_daemon("print a word\ncomplain a complaint\nexit 3");
-  RunOptions options;
-  options.one_output = true;
-  EXPECT_EQ(sandbox.velun({"mode", "watch"}, options).out,
-            "wrote " + sandbox.config_file().string() + "\na word\na complaint\n" + exited());
-}
-
-TEST_F(StartChild, whose_exec_failed_complains_after_what_velun_printed_before_it_forked) {
-  sandbox.environment["VELUND"] = "/does/not/exist";
-  RunOptions options;
-  options.one_output = true;
-  EXPECT_EQ(sandbox.velun({"restart"}, options).out,
-            "not running\n" + exec_failed_text("/does/not/exist") +
-                exited_text("/does/not/exist " + spaced(sandbox.daemon_flags())));
 }
 
 TEST_F(StartChild, that_cannot_be_forked_is_reported_and_leaves_no_pid_file) {

@@ -34,13 +34,6 @@ TEST_F(Start, reports_the_configured_mode) {
   EXPECT_EQ(run.status, 0);
 }
 
-TEST_F(Start, ignores_further_words) {
-  sandbox.configure("mode: off\n");
-  const Outcome run = sandbox.velun({"start", "--now", "please", "again"});
-  EXPECT_EQ(run.out, "mode is off — nothing to start (see `velun mode`)\n");
-  EXPECT_EQ(run.status, 0);
-}
-
 TEST_F(Start, does_nothing_in_mode_off_and_asks_nobody) {
   sandbox.configure("mode: off\nmodel_dir: /does/not/exist\n");
   sandbox.write_pid_file("4711 as it was");

@@ -172,12 +172,6 @@ TEST_F(Stop, works_in_mode_off_like_in_any_other) {
   EXPECT_FALSE(is_running(pid));
 }
 
-TEST_F(Stop, ignores_further_words) {
-  const Outcome run = sandbox.velun({"stop", "--force", "now"});
-  EXPECT_EQ(run.out, "not running\n");
-  EXPECT_EQ(run.status, 0);
-}
-
 TEST_F(Stop, ends_what_start_started) {
   const ScriptedProgram daemon = install_daemon("forever");
   const LoopbackServer control = port_of_daemon(daemon);
