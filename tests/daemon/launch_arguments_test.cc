@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "daemon/command_line.h"
 #include "tests/support/lifecycle.h"
 
@@ -12,23 +15,6 @@ TEST(DaemonArgv, of_a_default_configuration_names_no_state_directory) {
   EXPECT_EQ(daemon_argv(Config()),
             (Words{"--anthropic-port", "8900", "--openai-port", "8901", "--control-port", "8902",
                    "--quiet", "--detector", "local", "--names"}));
-}
-
-TEST(DaemonArgv, has_every_flag_in_its_place) {
-  Config config;
-  config.mode = "protect";
-  config.model_dir = "/model";
-  config.anthropic_port = 1;
-  config.openai_port = 20;
-  config.control_port = 65535;
-  config.state_dir = "/state";
-  config.intercept_apps = {"claude-desktop", "chatgpt"};
-  config.intercept_port = 300;
-  EXPECT_EQ(daemon_argv(config),
-            (Words{"--anthropic-port", "1", "--openai-port", "20", "--control-port", "65535",
-                   "--state-dir", "/state", "--quiet", "--protect", "--detector", "local",
-                   "--names", "--model", "/model", "--intercept", "claude-desktop,chatgpt",
-                   "--intercept-port", "300"}));
 }
 
 TEST(DaemonArgv, protects_in_mode_protect_only) {
@@ -48,59 +34,6 @@ TEST(DaemonArgv, keeps_empty_words_in_their_places) {
             (Words{"--intercept", ",chatgpt,", "--intercept-port", "8903"}));
 }
 
-// The whole vector that the daemon really receives, argument zero included.
-class StartArguments : public Lifecycle {
- protected:
-  std::string state() const { return sandbox.state_dir().string(); }
-
-  void expect_argv(const std::string& lines, const Words& behind_the_ports) {
-    sandbox.configure(lines);
-    const ScriptedProgram daemon = install_daemon("exit 3");
-    Words expected = {daemon.path(),
-                      "--anthropic-port",
-                      std::to_string(sandbox.anthropic_port()),
-                      "--openai-port",
-                      std::to_string(sandbox.openai_port()),
-                      "--control-port",
-                      std::to_string(sandbox.control_port())};
-    expected.insert(expected.end(), behind_the_ports.begin(), behind_the_ports.end());
-    EXPECT_EQ(seen(sandbox.velun({"start"})), failure(exited_text(spaced(expected))));
-    ASSERT_EQ(daemon.runs().size(), 1U);
-    EXPECT_EQ(daemon.runs()[0].argv, expected);
-  }
-};
-
-TEST_F(StartArguments, of_the_plainest_configuration) {
-  expect_argv("", {"--state-dir", state(), "--quiet", "--detector", "local", "--names"});
-}
-
-TEST_F(StartArguments, add_protect_behind_quiet_in_mode_protect) {
-  expect_argv("mode: protect\n",
-              {"--state-dir", state(), "--quiet", "--protect", "--detector", "local", "--names"});
-}
-
-TEST_F(StartArguments, are_those_of_watch_for_the_old_word_monitor) {
-  expect_argv("mode: monitor\n",
-              {"--state-dir", state(), "--quiet", "--detector", "local", "--names"});
-}
-
-TEST_F(StartArguments, leave_names_out_when_it_is_false) {
-  expect_argv("names: false\n", {"--state-dir", state(), "--quiet", "--detector", "local"});
-}
-
-TEST_F(StartArguments, hand_an_endpoint_on_as_written) {
-  expect_argv("endpoint_url: 'http://engine.local:9/a b?c=\"d\"#e'\n",
-              {"--state-dir", state(), "--quiet", "--detector", "local", "--names",
-               "--model-endpoint", "http://engine.local:9/a b?c=\"d\"#e"});
-}
-
-TEST_F(StartArguments, hand_a_model_directory_on_as_written) {
-  const std::string written = sandbox.root().string() + "//a model\\\xff é/";
-  std::filesystem::create_directory(written);
-  expect_argv("model_dir: " + written + "\n", {"--state-dir", state(), "--quiet", "--detector",
-                                               "local", "--names", "--model", written});
-}
-
 // The config file refuses the two together, so only the function can be asked.
 TEST(DaemonArgv, prefers_an_endpoint_to_a_model_directory) {
   Config config;
@@ -111,46 +44,79 @@ TEST(DaemonArgv, prefers_an_endpoint_to_a_model_directory) {
                                         "--names", "--model-endpoint", "http://engine"}));
 }
 
-TEST_F(StartArguments, name_one_application_and_the_usual_interception_port) {
-  expect_argv("intercept_apps: [chatgpt]\n",
-              {"--state-dir", state(), "--quiet", "--detector", "local", "--names", "--intercept",
-               "chatgpt", "--intercept-port", "8903"});
+// The whole vector that the daemon really receives, argument zero included.
+class StartArguments : public Lifecycle {
+ protected:
+  void expect_flags(const std::string& lines, const Words& flags) {
+    sandbox.configure(lines);
+    const ScriptedProgram daemon = install_daemon("exit 3");
+    Words expected = {daemon.path()};
+    expected.insert(expected.end(), flags.begin(), flags.end());
+    EXPECT_EQ(seen(sandbox.velun({"start"})), failure(exited_text(spaced(expected))));
+    ASSERT_FALSE(daemon.runs().empty());
+    EXPECT_EQ(daemon.runs().back().argv, expected);
+  }
+
+  void expect_state_dir(const std::string& lines, const std::string& state_dir) {
+    Words flags = sandbox.daemon_flags();
+    *std::next(std::find(flags.begin(), flags.end(), "--state-dir")) = state_dir;
+    expect_flags(lines, flags);
+  }
+};
+
+TEST_F(StartArguments, have_protect_in_its_place_in_mode_protect_only) {
+  expect_flags("", sandbox.daemon_flags());
+  expect_flags("mode: monitor\n", sandbox.daemon_flags());
+  expect_flags("mode: protect\n", sandbox.daemon_flags({"--protect"}));
+}
+
+TEST_F(StartArguments, leave_names_out_when_it_is_false) {
+  Words flags = sandbox.daemon_flags();
+  flags.pop_back();
+  expect_flags("names: false\n", flags);
+}
+
+TEST_F(StartArguments, hand_an_engine_on_as_written) {
+  expect_flags(
+      "endpoint_url: 'http://engine.local:9/a b?c=\"d\"#e'\n",
+      sandbox.daemon_flags({}, {"--model-endpoint", "http://engine.local:9/a b?c=\"d\"#e"}));
+  const std::string model = sandbox.root().string() + "//a model\\\xff é/";
+  std::filesystem::create_directory(model);
+  expect_flags("model_dir: " + model + "\n", sandbox.daemon_flags({}, {"--model", model}));
 }
 
 TEST_F(StartArguments, join_applications_with_one_comma_in_the_order_of_the_list) {
-  expect_argv("intercept_apps: [claude-desktop,  chatgpt , \"an app\"]\nintercept_port: 4242\n",
-              {"--state-dir", state(), "--quiet", "--detector", "local", "--names", "--intercept",
-               "claude-desktop,chatgpt,an app", "--intercept-port", "4242"});
+  expect_flags("intercept_apps: [chatgpt]\n",
+               sandbox.daemon_flags({}, {"--intercept", "chatgpt", "--intercept-port", "8903"}));
+  expect_flags("intercept_apps: [claude-desktop,  chatgpt , \"an app\"]\nintercept_port: 4242\n",
+               sandbox.daemon_flags({}, {"--intercept", "claude-desktop,chatgpt,an app",
+                                         "--intercept-port", "4242"}));
 }
 
 TEST_F(StartArguments, leave_the_interception_port_out_without_applications) {
-  expect_argv("intercept_apps: []\nintercept_port: 4242\n",
-              {"--state-dir", state(), "--quiet", "--detector", "local", "--names"});
+  expect_flags("intercept_apps: []\nintercept_port: 4242\n", sandbox.daemon_flags());
 }
 
-TEST_F(StartArguments, hand_the_state_directory_on_as_written) {
-  const std::string written = sandbox.root().string() + "//state of mine/";
-  expect_argv("state_dir: " + written + "\n",
-              {"--state-dir", written, "--quiet", "--detector", "local", "--names"});
+TEST_F(StartArguments, keep_their_order_when_there_are_all_of_them) {
+  expect_flags(
+      "intercept_apps: [chatgpt]\nmodel_dir: " + sandbox.root().string() + "\nmode: protect\n",
+      sandbox.daemon_flags({"--protect"}, {"--model", sandbox.root(), "--intercept", "chatgpt",
+                                           "--intercept-port", "8903"}));
 }
 
-TEST_F(StartArguments, name_the_state_directory_that_the_environment_gives) {
-  const std::string named = sandbox.root().string() + "/from the environment/";
-  sandbox.environment["VELUN_STATE_DIR"] = named;
-  expect_argv("", {"--state-dir", named, "--quiet", "--detector", "local", "--names"});
-}
-
-TEST_F(StartArguments, name_the_state_directory_below_the_data_directory) {
-  sandbox.environment["XDG_DATA_HOME"] = sandbox.root() / "data";
-  expect_argv("", {"--state-dir", (sandbox.root() / "data/velun").string(), "--quiet", "--detector",
-                   "local", "--names"});
+TEST_F(StartArguments, hand_the_state_directory_on_as_written_wherever_it_is_named) {
+  const std::string root = sandbox.root().string();
+  sandbox.environment["XDG_DATA_HOME"] = root + "/data";
+  expect_state_dir("", root + "/data/velun");
+  sandbox.environment["VELUN_STATE_DIR"] = root + "/from the environment/";
+  expect_state_dir("", root + "/from the environment/");
+  expect_state_dir("state_dir: " + root + "//state of mine/\n", root + "//state of mine/");
 }
 
 TEST_F(StartArguments, name_a_relative_state_directory_as_it_is) {
   sandbox.environment["HOME"] = "";
   sandbox.environment["VELUN_CLI_CONFIG"] = sandbox.config_file();
-  expect_argv("",
-              {"--state-dir", ".local/share/velun", "--quiet", "--detector", "local", "--names"});
+  expect_state_dir("", ".local/share/velun");
   EXPECT_TRUE(std::filesystem::exists(sandbox.root() / ".local/share/velun/velun-cli.pid"));
 }
 
@@ -164,7 +130,8 @@ TEST_F(StartArguments, are_shown_without_quotes_or_escapes) {
               "  /does/not exist --anthropic-port " +
               std::to_string(sandbox.anthropic_port()) + " --openai-port " +
               std::to_string(sandbox.openai_port()) + " --control-port " +
-              std::to_string(sandbox.control_port()) + " --state-dir " + state() +
+              std::to_string(sandbox.control_port()) + " --state-dir " +
+              sandbox.state_dir().string() +
               " --quiet --detector local --names --intercept it's $HOME --intercept-port 8903\n"));
 }
 
