@@ -17,13 +17,6 @@ class StartFiles : public Lifecycle {
   }
 };
 
-TEST_F(StartFiles, pid_file_holds_the_pid_of_a_child_that_ended_early) {
-  sandbox.configure();
-  const ScriptedProgram daemon = install_daemon("exit 0");
-  EXPECT_EQ(sandbox.velun({"start"}).status, 1);
-  EXPECT_EQ(read_file(sandbox.pid_file()), newest_pid_line(daemon));
-}
-
 TEST_F(StartFiles, pid_file_is_written_even_when_the_program_cannot_be_executed) {
   sandbox.configure();
   sandbox.environment["VELUND"] = "/does/not/exist";
@@ -78,13 +71,6 @@ TEST_F(StartFiles, state_directory_is_created_with_its_parents) {
   EXPECT_FALSE(fs::exists(sandbox.state_dir()));
 }
 
-TEST_F(StartFiles, default_state_directory_is_created_with_its_parents) {
-  sandbox.configure();
-  install_daemon("exit 0");
-  EXPECT_EQ(sandbox.velun({"start"}).status, 1);
-  EXPECT_EQ(names_in(sandbox.state_dir()), std::vector<std::string>{"velun-cli.pid"});
-}
-
 TEST_F(StartFiles, existing_state_directory_keeps_what_is_in_it) {
   sandbox.configure();
   write_file(sandbox.state_dir() / "control.token", "secret\n");
@@ -103,30 +89,17 @@ TEST_F(StartFiles, state_directory_may_be_reached_through_a_link) {
 }
 
 TEST_F(StartFiles, state_directory_that_cannot_be_created_ends_the_process_abnormally) {
-  write_file(sandbox.root() / "file", "");
-  sandbox.configure("state_dir: " + (sandbox.root() / "file/state").string() + "\n");
-  const ScriptedProgram daemon = install_daemon("forever");
-  const Outcome run = sandbox.velun({"start"});
-  EXPECT_EQ(run.signal, SIGABRT);
-  EXPECT_EQ(run.out, "");
-  EXPECT_EQ(daemon.runs().size(), 0U);
-}
-
-TEST_F(StartFiles, empty_state_directory_cannot_be_created_and_ends_the_process_abnormally) {
-  sandbox.configure();
-  sandbox.environment["VELUN_STATE_DIR"] = "";
-  const ScriptedProgram daemon = install_daemon("forever");
-  EXPECT_EQ(sandbox.velun({"start"}).signal, SIGABRT);
-  EXPECT_EQ(daemon.runs().size(), 0U);
-}
-
-TEST_F(StartFiles, regular_file_in_place_of_the_state_directory_ends_the_process_abnormally) {
-  write_file(sandbox.state_dir(), "not a directory");
+  write_file(sandbox.root() / "file", "not a directory");
   sandbox.configure();
   const ScriptedProgram daemon = install_daemon("forever");
-  EXPECT_EQ(sandbox.velun({"start"}).signal, SIGABRT);
+  for (const std::string directory : {"", "file", "file/state"}) {
+    sandbox.environment["VELUN_STATE_DIR"] = directory;
+    const Outcome run = sandbox.velun({"start"});
+    EXPECT_EQ(run.signal, SIGABRT) << directory;
+    EXPECT_EQ(run.out, "");
+  }
   EXPECT_EQ(daemon.runs().size(), 0U);
-  EXPECT_EQ(read_file(sandbox.state_dir()), "not a directory");
+  EXPECT_EQ(read_file(sandbox.root() / "file"), "not a directory");
 }
 
 }  // namespace

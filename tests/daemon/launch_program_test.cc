@@ -124,11 +124,6 @@ TEST_F(StartProgram, is_not_looked_for_beside_a_tool_whose_bare_name_is_not_in_t
   EXPECT_EQ(beside.runs().size() + here.runs().size(), 0U);
 }
 
-TEST_F(StartProgram, is_what_velund_names_when_nothing_stands_beside_the_tool) {
-  const ScriptedProgram named = install_daemon(at_once);
-  expect_executed(named, named.path());
-}
-
 TEST_F(StartProgram, named_by_a_bare_word_is_found_on_the_search_path) {
   const ScriptedProgram daemon(sandbox.root() / "path/other-name", at_once);
   sandbox.environment["PATH"] = sandbox.root() / "path";
@@ -148,11 +143,6 @@ TEST_F(StartProgram, is_the_empty_word_when_velund_is_set_but_empty) {
   sandbox.environment["VELUND"] = "";
   expect_not_executable("");
   EXPECT_EQ(daemon.runs().size(), 0U);
-}
-
-TEST_F(StartProgram, that_does_not_exist_is_named_in_both_messages) {
-  sandbox.environment["VELUND"] = "/does/not/exist";
-  expect_not_executable("/does/not/exist");
 }
 
 TEST_F(StartProgram, that_is_nowhere_on_the_search_path_is_named_in_both_messages) {
