@@ -2,6 +2,8 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cstdio>
+
 #include "tests/support/bystander.h"
 #include "tests/support/lifecycle.h"
 
@@ -30,17 +32,14 @@ class StopPidFile : public Lifecycle {
 
   void expect_no_pid(const std::string& text) {
     sandbox.write_pid_file(text);
+    {
+      const LoopbackServer control = answering_port();
+      EXPECT_EQ(seen(sandbox.velun({"stop"}, apart())), failure(foreign_text()));
+      EXPECT_EQ(read_file(sandbox.pid_file()), text);
+      EXPECT_TRUE(bystander.alive());
+    }
     EXPECT_EQ(seen(sandbox.velun({"stop"}, apart())), success("not running\n"));
     EXPECT_FALSE(fs::exists(sandbox.pid_file()));
-    expect_no_pid_while_a_daemon_answers(text);
-  }
-
-  void expect_no_pid_while_a_daemon_answers(const std::string& text) {
-    sandbox.write_pid_file(text);
-    const LoopbackServer control = answering_port();
-    EXPECT_EQ(seen(sandbox.velun({"stop"}, apart())), failure(foreign_text()));
-    EXPECT_EQ(read_file(sandbox.pid_file()), text);
-    EXPECT_TRUE(bystander.alive());
   }
 
   void expect_pid_of_bystander(const std::string& text) {
@@ -53,70 +52,31 @@ class StopPidFile : public Lifecycle {
   Bystander bystander;
 };
 
-TEST_F(StopPidFile, that_is_empty_records_no_pid) {
-  expect_no_pid("");
+TEST_F(StopPidFile, is_read_as_one_decimal_number_up_to_the_first_other_character) {
+  const std::string pid = bystander.pid_text();
+  for (const std::string& text :
+       {pid, pid + "\n", "+" + pid, "000" + pid, " \t\n\v\f\r" + pid, pid + "x", pid + " 1\n2",
+        pid + ".9", pid + ",000", pid + "e3", pid + "-", pid + '\0' + "1"}) {
+    SCOPED_TRACE(testing::PrintToString(text));
+    expect_pid_of_bystander(text);
+  }
 }
 
-TEST_F(StopPidFile, of_white_space_only_records_no_pid) {
-  expect_no_pid(" \t\r\n\n");
-}
-
-TEST_F(StopPidFile, with_zero_records_no_pid) {
-  expect_no_pid("0");
-  expect_no_pid("0000\n");
-  expect_no_pid("-0\n");
-}
-
-TEST_F(StopPidFile, with_a_negative_number_records_no_pid) {
-  expect_no_pid("-5");
-  expect_no_pid("-" + bystander.pid_text() + "\n");
-}
-
-TEST_F(StopPidFile, with_letters_records_no_pid) {
-  expect_no_pid("abc");
-  expect_no_pid("x" + bystander.pid_text() + "\n");
-  expect_no_pid("0x" + bystander.pid_text() + "\n");
-}
-
-TEST_F(StopPidFile, with_2_to_the_31_records_no_pid) {
-  expect_no_pid("2147483648\n");
-}
-
-TEST_F(StopPidFile, with_a_live_pid_beyond_32_bits_records_no_pid) {
-  expect_no_pid(std::to_string((1LL << 32) + bystander.pid()) + "\n");
-}
-
-TEST_F(StopPidFile, with_thirty_digits_records_no_pid) {
-  expect_no_pid("123456789012345678901234567890\n");
-  expect_no_pid("-123456789012345678901234567890\n");
-}
-
-TEST_F(StopPidFile, with_the_largest_number_records_a_process_that_does_not_exist) {
-  expect_no_pid("2147483647\n");
-}
-
-TEST_F(StopPidFile, is_read_up_to_the_first_character_that_is_no_digit) {
-  expect_pid_of_bystander(" " + bystander.pid_text() + "x");
-  expect_pid_of_bystander("\t\r\n  " + bystander.pid_text() + " 1\n2");
-  expect_pid_of_bystander(bystander.pid_text() + ".9");
-  expect_pid_of_bystander(bystander.pid_text() + ",000");
-}
-
-TEST_F(StopPidFile, may_lack_its_newline_and_have_leading_zeros) {
-  expect_pid_of_bystander("000" + bystander.pid_text());
-}
-
-TEST_F(StopPidFile, with_text_behind_the_number_still_stops_that_daemon) {
-  const ScriptedProgram daemon(sandbox.root() / "daemon", "forever");
-  const pid_t pid = launch_by_hand(daemon);
-  sandbox.write_pid_file(" " + std::to_string(pid) + "x");
-  const LoopbackServer control = answering_port();
-  const Outcome run = sandbox.velun({"stop"}, apart());
-  EXPECT_EQ(run.out, "stopped\n");
-  EXPECT_EQ(run.status, 0);
-  EXPECT_FALSE(is_running(pid));
-  EXPECT_FALSE(fs::exists(sandbox.pid_file()));
-  EXPECT_TRUE(bystander.alive());
+TEST_F(StopPidFile, without_a_positive_number_that_fits_a_pid_records_none) {
+  const std::string pid = bystander.pid_text();
+  char hexadecimal[32];
+  std::snprintf(hexadecimal, sizeof hexadecimal, "0x%x", static_cast<unsigned>(bystander.pid()));
+  const std::string beyond_32_bits = std::to_string((1LL << 32) + bystander.pid());
+  const std::string thirty_digits = "123456789012345678901234567890";
+  const std::vector<std::string> texts = {
+      "",           " \t\r\n\n",    '\0' + pid,    "0\n",
+      "-0",         "-" + pid,      "+ " + pid,    "++" + pid,
+      hexadecimal,  "x" + pid,      "." + pid,     "\xef\xbb\xbf" + pid,
+      "2147483648", beyond_32_bits, thirty_digits, "-" + thirty_digits};
+  for (const std::string& text : texts) {
+    SCOPED_TRACE(testing::PrintToString(text));
+    expect_no_pid(text);
+  }
 }
 
 TEST_F(StopPidFile, that_is_a_directory_records_no_pid) {
