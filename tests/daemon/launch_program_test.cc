@@ -131,6 +131,17 @@ TEST_F(StartProgram, named_by_a_bare_word_is_found_on_the_search_path) {
   expect_executed(daemon, "other-name");
 }
 
+TEST_F(StartProgram, named_with_a_slash_is_found_from_the_working_directory) {
+  const ScriptedProgram daemon(sandbox.home() / "programs/daemon", at_once);
+  const ScriptedProgram on_the_path(sandbox.root() / "path/programs/daemon", at_once);
+  sandbox.environment["PATH"] = sandbox.root() / "path";
+  sandbox.environment["VELUND"] = "programs/daemon";
+  RunOptions options;
+  options.directory = sandbox.home();
+  expect_executed(daemon, "programs/daemon", options);
+  EXPECT_EQ(on_the_path.runs().size(), 0U);
+}
+
 TEST_F(StartProgram, is_velund_on_the_search_path_when_nothing_else_is_known) {
   const ScriptedProgram daemon(sandbox.root() / "path/velund", at_once);
   sandbox.environment["PATH"] = "/does/not/exist:" + (sandbox.root() / "path").string();
