@@ -53,6 +53,21 @@ TEST(ControlFault, a_refused_connection_gives_the_empty_text_at_once) {
   EXPECT_FALSE(quietly([&] { return daemon_healthy(nobody.number()); }).result);
 }
 
+TEST(ControlFault, a_listener_on_the_other_loopback_address_alone_is_not_asked) {
+  const ReservedPort number;
+  const int listener = socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in6 address{};
+  address.sin6_family = AF_INET6;
+  address.sin6_addr = in6addr_loopback;
+  address.sin6_port = htons(static_cast<std::uint16_t>(number.number()));
+  if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    GTEST_SKIP() << "no IPv6 here";
+  }
+  ASSERT_EQ(listen(listener, 8), 0);
+  expect_failure_at_once(call(number.number()));
+  close(listener);
+}
+
 TEST(ControlFault, fifty_probes_of_a_port_without_a_listener_take_no_time) {
   const ReservedPort nobody;
   const auto probes = quietly([&] {
