@@ -59,15 +59,28 @@ TEST_F(StartWait, accepts_an_answer_at_the_last_try) {
   EXPECT_EQ(seen(run), success(running_text(daemon.runs()[0].pid, "watch")));
 }
 
-TEST_F(StartWait, asks_before_it_looks_whether_the_child_has_ended) {
-  const ScriptedProgram daemon = install_daemon("exit 3");
+TEST_F(StartWait, believes_an_answer_though_the_child_has_forked_and_ended) {
+  const ScriptedProgram daemon = install_daemon("fork\nforever");
   std::atomic<int> probes = 0;
   const LoopbackServer control(sandbox.control_port(), [&](const std::string&) {
     return ++probes == 1 ? answer(503, "") : answer(200, "ok");
   });
   const Outcome run = sandbox.velun({"start"});
-  ASSERT_TRUE(eventually([&] { return daemon.runs().size() == 1; }));
+  ASSERT_TRUE(eventually([&] { return daemon.runs().size() == 2; }));
   EXPECT_EQ(seen(run), success(running_text(daemon.runs()[0].pid, "watch")));
+  EXPECT_EQ(wait_for(daemon.runs()[0].pid, std::chrono::seconds(10)), 0);
+  // What goes on running was never recorded.
+  EXPECT_EQ(seen(sandbox.velun({"stop"})), failure(foreign_text()));
+  EXPECT_TRUE(is_running(daemon.runs()[1].pid));
+}
+
+TEST_F(StartWait, waits_for_nobody_when_the_child_has_forked_and_ended) {
+  const ScriptedProgram daemon = install_daemon("fork\nforever");
+  const Outcome run = sandbox.velun({"start"});
+  EXPECT_EQ(seen(run), failure(exited_text(daemon.path() + " " + spaced(sandbox.daemon_flags()))));
+  EXPECT_LT(run.took, milliseconds(4000));
+  ASSERT_TRUE(eventually([&] { return daemon.runs().size() == 2; }));
+  EXPECT_TRUE(is_running(daemon.runs()[1].pid));
 }
 
 TEST_F(StartWait, gives_up_after_fifty_tries_and_leaves_the_child_running) {

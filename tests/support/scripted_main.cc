@@ -100,12 +100,17 @@ bool handle_term(const Step& step) {
   return true;
 }
 
-void perform(const Step& step, int argc, char* argv[]) {
+void perform(const Step& step, const std::string& self, int argc, char* argv[]) {
   const int number = std::atoi(step.rest.c_str());
   if (step.word == "exit") {
     _exit(number);
   } else if (step.word == "kill") {
     kill(getpid(), number);
+  } else if (step.word == "fork") {
+    if (fork() != 0) {
+      _exit(0);
+    }
+    record(self);
   } else if (step.word == "sleep") {
     sleep_ms(number);
   } else if (step.word == "forever") {
@@ -137,7 +142,7 @@ int main(int argc, char* argv[]) {
   }
   record(self);
   for (; step != steps.end(); ++step) {
-    perform(*step, argc, argv);
+    perform(*step, self, argc, argv);
   }
   return 0;
 }
