@@ -79,14 +79,8 @@ TEST(ControlAnswer, with_any_other_status_gives_the_empty_text) {
   }
   EXPECT_EQ(result_for({"HTTP/1.1 204 No Content\r\n\r\n"}), "");
   EXPECT_EQ(result_for({"HTTP/1.1 304 Not Modified\r\n\r\n"}), "");
-}
-
-TEST(ControlAnswer, that_points_elsewhere_is_not_followed) {
   EXPECT_EQ(result_for(answer(301, "moved", "Location: /v1/other\r\n")), "");
-}
-
-TEST(ControlAnswer, that_asks_for_a_token_is_not_answered) {
-  EXPECT_EQ(result_for(answer(401, R"({"error":"token"})", "WWW-Authenticate: Bearer\r\n")), "");
+  EXPECT_EQ(result_for(answer(401, "token?", "WWW-Authenticate: Bearer\r\n")), "");
 }
 
 TEST(ControlAnswer, that_only_says_to_continue_counts_as_the_answer) {
@@ -182,23 +176,13 @@ TEST(ControlAnswer, with_a_header_over_the_limit_gives_the_empty_text) {
   }
 }
 
-TEST(DaemonHealthy, is_a_status_of_200_with_any_body) {
-  EXPECT_TRUE(healthy_for(answer(200, "ok")));
-  EXPECT_TRUE(healthy_for(answer(200, " ")));
-  EXPECT_TRUE(healthy_for(answer(200, "not well at all")));
-  EXPECT_TRUE(healthy_for(chunked(chunk("ok"))));
-}
-
-TEST(DaemonHealthy, is_not_an_empty_body) {
-  EXPECT_FALSE(healthy_for(answer(200, "")));
-  EXPECT_FALSE(healthy_for(chunked("")));
-}
-
-TEST(DaemonHealthy, is_not_another_status) {
-  for (const int status : {201, 301, 401, 403, 404, 500, 503}) {
-    EXPECT_FALSE(healthy_for(answer(status, "ok"))) << status;
+TEST(DaemonHealthy, is_a_status_of_200_with_any_body_but_an_empty_one) {
+  for (const Reply& reply : {answer(200, "ok"), answer(200, " "), chunked(chunk("not well"))}) {
+    EXPECT_TRUE(healthy_for(reply)) << reply.bytes;
   }
-  EXPECT_FALSE(healthy_for({"HTTP/1.1 204 No Content\r\n\r\n"}));
+  for (const Reply& reply : {answer(200, ""), chunked(""), answer(201, "ok"), answer(503, "ok")}) {
+    EXPECT_FALSE(healthy_for(reply)) << reply.bytes;
+  }
 }
 
 }  // namespace
