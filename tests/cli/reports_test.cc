@@ -52,14 +52,14 @@ void expect_abnormal_end(const Outcome& run) {
 }
 
 TEST_P(Reports, say_on_standard_output_that_nothing_runs) {
-  expect_outcome(run(), 0, "not running\n", "");
+  EXPECT_EQ(seen(run()), success("not running\n"));
 }
 
 TEST_P(Reports, count_an_unhealthy_daemon_as_not_running_and_ask_no_further) {
   for (const Reply& reply : {answer(200, ""), answer(503, "starting"), answer(401, "token?"),
                              Reply{"garbage"}, Reply{"", Ending::reset}}) {
     const LoopbackServer daemon(sandbox.control_port(), [&](const std::string&) { return reply; });
-    expect_outcome(run(), 0, "not running\n", "");
+    EXPECT_EQ(seen(run()), success("not running\n"));
     EXPECT_EQ(daemon.requests(), std::vector<std::string>{probe()});
   }
 }
@@ -69,7 +69,7 @@ TEST_P(Reports, count_a_mute_daemon_as_not_running_after_two_seconds) {
     return Reply{"", Ending::hang};
   });
   const Outcome outcome = run();
-  expect_outcome(outcome, 0, "not running\n", "");
+  EXPECT_EQ(seen(outcome), success("not running\n"));
   EXPECT_LT(outcome.took, std::chrono::milliseconds(5000));
 }
 
@@ -78,25 +78,25 @@ TEST_P(Reports, say_on_standard_error_that_the_answer_could_not_be_had) {
        {answer(201, "{}"), answer(204, ""), answer(301, "{}"), answer(401, "{}"), answer(403, "{}"),
         answer(500, "{}"), answer(200, ""), Reply{""}, Reply{"garbage"}, Reply{"", Ending::reset},
         Reply{"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{}"}}) {
-    expect_outcome(run_for(reply), 1, "", could_not_read());
+    EXPECT_EQ(seen(run_for(reply)), failure(could_not_read()));
   }
 }
 
 TEST_P(Reports, say_on_standard_error_that_the_answer_is_over_long) {
   const std::string body = "{}" + std::string(8 * 1024 * 1024 - 1, ' ');
-  expect_outcome(run_for(body), 1, "", could_not_read());
-  expect_outcome(run_for(Reply{"HTTP/1.1 200 OK\r\n\r\n" + body}), 1, "", could_not_read());
+  EXPECT_EQ(seen(run_for(body)), failure(could_not_read()));
+  EXPECT_EQ(seen(run_for(Reply{"HTTP/1.1 200 OK\r\n\r\n" + body})), failure(could_not_read()));
 }
 
 TEST_P(Reports, say_on_standard_error_that_the_answer_did_not_end_in_time) {
   const Outcome outcome = run_for(Reply{"HTTP/1.1 200 OK\r\n\r\n{}", Ending::hang});
-  expect_outcome(outcome, 1, "", could_not_read());
+  EXPECT_EQ(seen(outcome), failure(could_not_read()));
   EXPECT_LT(outcome.took, std::chrono::milliseconds(5000));
 }
 
 TEST_P(Reports, say_on_standard_error_that_the_answer_is_not_json) {
   for (const std::string body : {"ok", "{", " ", "{} // comment", "{\"a\":\"\xff\"}"}) {
-    expect_outcome(run_for(body), 1, "", could_not_read());
+    EXPECT_EQ(seen(run_for(body)), failure(could_not_read()));
   }
 }
 
@@ -149,7 +149,7 @@ TEST_P(Reports, do_not_touch_the_token_when_nothing_runs) {
   std::filesystem::create_directories(sandbox.state_dir());
   const std::string token_file = (sandbox.state_dir() / "control.token").string();
   ASSERT_EQ(mkfifo(token_file.c_str(), 0600), 0);  // whoever opens it waits for good
-  expect_outcome(run(), 0, "not running\n", "");
+  EXPECT_EQ(seen(run()), success("not running\n"));
 }
 
 TEST_P(Reports, take_the_token_from_the_configured_state_directory) {
@@ -187,19 +187,16 @@ class ReportText : public ::testing::Test {
 };
 
 TEST_F(ReportText, of_stats_shows_the_daemons_counters) {
-  expect_outcome(run_for("stats", R"({"requests":12,"entities_protected":34,"blocked_requests":5,
-                                      "cost_micros":1234567})"),
-                 0,
-                 "requests:            12\nentities protected:  34\nblocked requests:    5\n"
-                 "cost (list prices):  $1.23457\n",
-                 "");
+  EXPECT_EQ(seen(run_for("stats", R"({"requests":12,"entities_protected":34,"blocked_requests":5,
+                                      "cost_micros":1234567})")),
+            success("requests:            12\nentities protected:  34\nblocked requests:    5\n"
+                    "cost (list prices):  $1.23457\n"));
 }
 
 TEST_F(ReportText, of_stats_is_all_zeros_for_an_empty_answer_object) {
-  expect_outcome(run_for("stats", "{}"), 0,
-                 "requests:            0\nentities protected:  0\nblocked requests:    0\n"
-                 "cost (list prices):  $0\n",
-                 "");
+  EXPECT_EQ(seen(run_for("stats", "{}")),
+            success("requests:            0\nentities protected:  0\nblocked requests:    0\n"
+                    "cost (list prices):  $0\n"));
 }
 
 TEST_F(ReportText, of_stats_is_missing_whole_when_one_counter_is_no_number) {
@@ -210,15 +207,15 @@ TEST_F(ReportText, of_stats_is_missing_whole_when_one_counter_is_no_number) {
 }
 
 TEST_F(ReportText, of_log_shows_the_daemons_requests) {
-  expect_outcome(run_for("log", R"({"entries":[{"app":"editor","model":"large","outcome":"ok",
-                                     "duration_ms":812},{"app":"codex"}]})"),
-                 0, "editor  large  ok  812 ms\ncodex      0 ms\n", "");
+  EXPECT_EQ(seen(run_for("log", R"({"entries":[{"app":"editor","model":"large","outcome":"ok",
+                                     "duration_ms":812},{"app":"codex"}]})")),
+            success("editor  large  ok  812 ms\ncodex      0 ms\n"));
 }
 
 TEST_F(ReportText, of_log_says_that_there_are_no_requests) {
   for (const std::string body :
        {"{}", R"({"entries":[]})", R"({"entries":null})", R"({"entries":{}})"}) {
-    expect_outcome(run_for("log", body), 0, no_requests, "");
+    EXPECT_EQ(seen(run_for("log", body)), success(no_requests));
   }
 }
 
@@ -242,10 +239,10 @@ TEST_F(ReportText, of_log_ends_in_an_agreed_way_however_deep_an_entry_is_nested)
   const std::string deep = nested_arrays(100'000);
   expect_abnormal_end(run_for("log", "{\"entries\":" + deep + "}"));
   expect_abnormal_end(run_for("log", "{\"entries\":[{\"app\":" + deep + "}]}"));
-  expect_outcome(run_for("log", "{\"entries\":[{\"extra\":" + deep + "}]}"), 0, "?      0 ms\n",
-                 "");
-  expect_outcome(run_for("log", "{\"entries\":" + deep.substr(1)), 1, "",
-                 "could not read /v1/transcript\n");
+  EXPECT_EQ(seen(run_for("log", "{\"entries\":[{\"extra\":" + deep + "}]}")),
+            success("?      0 ms\n"));
+  EXPECT_EQ(seen(run_for("log", "{\"entries\":" + deep.substr(1))),
+            failure("could not read /v1/transcript\n"));
 }
 
 }  // namespace

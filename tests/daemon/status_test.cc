@@ -40,11 +40,11 @@ class Status : public ::testing::Test {
 };
 
 TEST_F(Status, names_the_configured_mode_when_nothing_runs) {
-  expect_outcome(sandbox.velun({"status"}), 0, "not running (configured mode: watch)\n", "");
+  EXPECT_EQ(seen(sandbox.velun({"status"})), success("not running (configured mode: watch)\n"));
   for (const std::string mode : {"off", "watch", "protect"}) {
     sandbox.configure("mode: " + mode + "\n");
-    expect_outcome(sandbox.velun({"status"}), 0, "not running (configured mode: " + mode + ")\n",
-                   "");
+    EXPECT_EQ(seen(sandbox.velun({"status"})),
+              success("not running (configured mode: " + mode + ")\n"));
   }
 }
 
@@ -52,28 +52,27 @@ TEST_F(Status, counts_an_unhealthy_daemon_as_not_running_and_asks_no_further) {
   for (const Reply& reply : {answer(200, ""), answer(503, "starting"), answer(401, "token?"),
                              answer(204, ""), Reply{"garbage"}, Reply{"", Ending::reset}}) {
     const LoopbackServer daemon(sandbox.control_port(), [&](const std::string&) { return reply; });
-    expect_outcome(sandbox.velun({"status"}), 0, "not running (configured mode: watch)\n", "");
+    EXPECT_EQ(seen(sandbox.velun({"status"})), success("not running (configured mode: watch)\n"));
     EXPECT_EQ(daemon.requests(), std::vector<std::string>{probe()});
   }
 }
 
 TEST_F(Status, prints_the_report_of_a_running_daemon) {
-  expect_outcome(
-      status_for(R"({"mode":"monitor","model_status":"loaded","intercept":{"enabled":true,"port":5},
-                     "listeners":[{"app":"anthropic","port":8900},{"app":"openai","port":8901}]})"),
-      0,
-      "mode:      watch\n"
-      "engine:    model loaded (on-device)\n"
-      "listener:  anthropic on port 8900\n"
-      "listener:  openai on port 8901\n"
-      "intercept: port 5\n" +
-          dashboard(),
-      "");
+  EXPECT_EQ(seen(status_for(
+                R"({"mode":"monitor","model_status":"loaded","intercept":{"enabled":true,"port":5},
+                     "listeners":[{"app":"anthropic","port":8900},{"app":"openai","port":8901}]})")),
+            success("mode:      watch\n"
+                    "engine:    model loaded (on-device)\n"
+                    "listener:  anthropic on port 8900\n"
+                    "listener:  openai on port 8901\n"
+                    "intercept: port 5\n" +
+                    dashboard()));
 }
 
 TEST_F(Status, shows_the_daemons_mode_rather_than_the_configured_one) {
   sandbox.configure("mode: off\n");
-  expect_outcome(status_for(R"({"mode":"protect"})"), 0, "mode:      protect\n" + dashboard(), "");
+  EXPECT_EQ(seen(status_for(R"({"mode":"protect"})")),
+            success("mode:      protect\n" + dashboard()));
 }
 
 TEST_F(Status, takes_an_answer_without_a_body_for_a_refusal) {
@@ -82,7 +81,7 @@ TEST_F(Status, takes_an_answer_without_a_body_for_a_refusal) {
         answer(500, "{}"), Reply{""}, Reply{"", Ending::reset}, Reply{"garbage"},
         Reply{"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{}"},
         answer(200, "{}" + std::string(8 * 1024 * 1024 - 1, ' '))}) {
-    expect_outcome(status_for(reply), 1, "", refused);
+    EXPECT_EQ(seen(status_for(reply)), failure(refused));
   }
 }
 
@@ -94,14 +93,14 @@ TEST_F(Status, reports_a_token_that_the_daemon_does_not_know) {
     }
     return received == request("current") ? answer(200, "{}") : answer(401, R"({"error":"token"})");
   });
-  expect_outcome(sandbox.velun({"status"}), 1, "", refused);
+  EXPECT_EQ(seen(sandbox.velun({"status"})), failure(refused));
   write_file(sandbox.state_dir() / "control.token", "current\n");
-  expect_outcome(sandbox.velun({"status"}), 0, "mode:      ?\n" + dashboard(), "");
+  EXPECT_EQ(seen(sandbox.velun({"status"})), success("mode:      ?\n" + dashboard()));
 }
 
 TEST_F(Status, reports_an_answer_that_is_not_json) {
   for (const std::string body : {"ok", "{\"mode\":", "<html>", " ", "{} // comment"}) {
-    expect_outcome(status_for(body), 1, "", "unparseable /v1/status\n");
+    EXPECT_EQ(seen(status_for(body)), failure("unparseable /v1/status\n"));
   }
 }
 
@@ -109,7 +108,7 @@ TEST_F(Status, reports_an_answer_of_an_unexpected_shape_like_one_that_is_not_jso
   for (const std::string body :
        {"null", "[]", "\"text\"", "1", R"({"mode":1})", R"({"listeners":null})",
         R"({"listeners":{}})", R"({"intercept":null})", R"({"intercept":{"enabled":1}})"}) {
-    expect_outcome(status_for(body), 1, "", "unparseable /v1/status\n");
+    EXPECT_EQ(seen(status_for(body)), failure("unparseable /v1/status\n"));
   }
 }
 
@@ -118,11 +117,11 @@ TEST_F(Status, never_prints_half_a_report) {
   for (int i = 0; i < 1000; ++i) {
     listeners += R"({"app":"a","port":1},)";
   }
-  expect_outcome(status_for(R"({"mode":"watch","model_status":"loaded","listeners":[)" + listeners +
-                            R"({"app":"a","port":"1"}]})"),
-                 1, "", "unparseable /v1/status\n");
-  expect_outcome(status_for(R"({"mode":"watch","intercept":{"enabled":true,"port":"1"}})"), 1, "",
-                 "unparseable /v1/status\n");
+  EXPECT_EQ(seen(status_for(R"({"mode":"watch","model_status":"loaded","listeners":[)" + listeners +
+                            R"({"app":"a","port":"1"}]})")),
+            failure("unparseable /v1/status\n"));
+  EXPECT_EQ(seen(status_for(R"({"mode":"watch","intercept":{"enabled":true,"port":"1"}})")),
+            failure("unparseable /v1/status\n"));
 }
 
 TEST_F(Status, asks_for_the_status_once_and_sends_the_token_only_there) {
@@ -134,7 +133,7 @@ TEST_F(Status, asks_for_the_status_once_and_sends_the_token_only_there) {
 
 TEST_F(Status, sends_no_authorization_without_a_token_file) {
   const LoopbackServer daemon(sandbox.control_port(), healthy_with("{}"));
-  expect_outcome(sandbox.velun({"status"}), 0, "mode:      ?\n" + dashboard(), "");
+  EXPECT_EQ(seen(sandbox.velun({"status"})), success("mode:      ?\n" + dashboard()));
   EXPECT_EQ(daemon.requests(),
             (std::vector<std::string>{probe(),
                                       "GET /v1/status HTTP/1.1\r\nHost: " + host() + "\r\n\r\n"}));
@@ -157,7 +156,7 @@ TEST_F(Status, does_not_touch_the_token_when_nothing_runs) {
   const std::string token_file = (sandbox.state_dir() / "control.token").string();
   std::filesystem::create_directories(sandbox.state_dir());
   ASSERT_EQ(mkfifo(token_file.c_str(), 0600), 0);  // whoever opens it waits for good
-  expect_outcome(sandbox.velun({"status"}), 0, "not running (configured mode: watch)\n", "");
+  EXPECT_EQ(seen(sandbox.velun({"status"})), success("not running (configured mode: watch)\n"));
 }
 
 TEST_F(Status, takes_the_token_from_the_configured_state_directory) {

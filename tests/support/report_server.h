@@ -2,12 +2,9 @@
 // every other path.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <string>
 
 #include "tests/support/loopback_server.h"
-#include "tests/support/sandbox.h"
 
 namespace velun::test {
 
@@ -21,12 +18,6 @@ inline LoopbackServer::Handler healthy_with(const Reply& report) {
 /// The same for a well-formed answer with status 200.
 inline LoopbackServer::Handler healthy_with(const std::string& body) {
   return healthy_with(answer(200, body));
-}
-
-/// Expects exactly this exit status and these texts on the two streams.
-inline void expect_outcome(const Outcome& run, int status, const std::string& out,
-                           const std::string& err) {
-  EXPECT_EQ(seen(run), ended(status, out, err));
 }
 
 /// `levels` arrays, one inside the other, as JSON text.
