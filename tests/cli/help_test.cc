@@ -151,13 +151,6 @@ TEST_F(Help, every_help_word_refuses_an_unknown_topic) {
   expect_unknown({"help", "help"}, "help");
 }
 
-TEST_F(Help, words_behind_the_topic_are_ignored) {
-  expect_text({"help", "modes", "ports"}, modes_help);
-  expect_text({"-h", "config", "", "x", "--verbose"}, config_help);
-  expect_text({"--help", "", "modes"}, general_help);
-  expect_unknown({"help", "mode", "modes"}, "mode");
-}
-
 TEST_F(Help, a_faulty_configuration_is_neither_read_nor_reported) {
   write_file(sandbox.config_file(), "mode: loud\nnonsense\n");
   expect_text({}, general_help);

@@ -211,11 +211,6 @@ TEST_F(Mode, finds_the_program_beside_the_tool) {
   EXPECT_EQ(beside.runs()[0].argv[0], beside.path());
 }
 
-TEST_F(Mode, ignores_a_third_word) {
-  EXPECT_EQ(sandbox.velun({"mode", "off", "watch"}).out, sandbox.wrote());
-  expect_file("off");
-}
-
 TEST_F(Mode, without_a_configuration_fails_before_the_word_is_looked_at) {
   fs::remove(sandbox.config_file());
   for (const char* word : {"off", "protect", "monitor", ""}) {

@@ -127,13 +127,6 @@ TEST_F(Restart, finds_a_daemon_that_came_up_behind_the_stop) {
   EXPECT_FALSE(fs::exists(sandbox.pid_file()));
 }
 
-TEST_F(Restart, ignores_further_words) {
-  install_daemon("exit 3");
-  const Outcome run = sandbox.velun({"restart", "--now", "please"});
-  EXPECT_EQ(run.out, "not running\n");
-  EXPECT_EQ(run.status, 1);
-}
-
 TEST_F(Restart, needs_a_configuration) {
   fs::remove(sandbox.config_file());
   const ScriptedProgram daemon = install_daemon("forever");

@@ -195,15 +195,6 @@ TEST_F(SetupDialogue, lines_behind_the_two_answers_are_not_read) {
   EXPECT_EQ(file(), written("off"));
 }
 
-TEST_F(SetupDialogue, words_behind_the_command_are_ignored) {
-  RunOptions options;
-  options.input = "off\nnone\n";
-  const Outcome run = sandbox.velun({"setup", "protect", "/data/m", "--help"}, options);
-  EXPECT_EQ(run.out, transcript("watch", "none"));
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(file(), written("off"));
-}
-
 TEST_F(SetupDialogue, a_question_is_out_before_its_answer_is_read) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);

@@ -82,12 +82,6 @@ TEST_F(ShowConfig, finds_the_file_below_xdg_config_home) {
                 "names: true\n");
 }
 
-TEST_F(ShowConfig, ignores_further_words) {
-  sandbox.configure();
-  EXPECT_EQ(seen(sandbox.velun({"config", "set", "--mode", "off"})),
-            success("file: " + file + "\n\n" + sandbox.rendering("watch")));
-}
-
 TEST_F(ShowConfig, writes_nothing_and_asks_no_daemon) {
   sandbox.configure("# mine\n");
   const std::string before = read_file(file);

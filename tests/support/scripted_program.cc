@@ -70,4 +70,10 @@ std::size_t ScriptedProgram::terms() const {
   return count;
 }
 
+ScriptedProgram install_curl(Sandbox& sandbox, const std::string& steps) {
+  sandbox.environment["PATH"] = sandbox.root() / "bin";
+  sandbox.environment["VELUN_MODEL_MIRROR"] = "http://127.0.0.1:1";
+  return ScriptedProgram(sandbox.root() / "bin/curl", steps);
+}
+
 }  // namespace velun::test

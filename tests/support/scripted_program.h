@@ -9,6 +9,8 @@
 
 namespace velun::test {
 
+class Sandbox;
+
 /// How one run of a scripted program was started, and what it found itself with.
 struct RecordedRun {
   std::vector<std::string> argv;  ///< argument zero included
@@ -41,5 +43,9 @@ class ScriptedProgram {
  private:
   std::filesystem::path path_;
 };
+
+/// Puts a curl that does these steps on the search path, and nothing else; the mirror that it is
+/// sent to is a port of 127.0.0.1 at which nothing listens.
+ScriptedProgram install_curl(Sandbox& sandbox, const std::string& steps);
 
 }  // namespace velun::test
