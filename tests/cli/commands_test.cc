@@ -126,9 +126,11 @@ TEST_F(Commands, any_other_word_is_unknown_and_ends_with_2) {
 }
 
 TEST_F(Commands, without_a_configuration_every_other_command_says_so_and_ends_with_1) {
+  const ScriptedProgram daemon = install_daemon("forever");
   for (const std::string& word : configured_commands) {
     expect({word}, 1, "", no_configuration());
   }
+  EXPECT_EQ(daemon.runs().size(), 0U);
   EXPECT_EQ(names_in(sandbox.home()), Words());
 }
 
@@ -139,14 +141,19 @@ TEST_F(Commands, without_a_configuration_an_unknown_word_hears_of_that_first) {
 }
 
 TEST_F(Commands, without_a_configuration_arguments_are_not_looked_at) {
-  expect({"mode", "loud"}, 1, "", no_configuration());
-  expect({"mode", "watch"}, 1, "", no_configuration());
-  expect({"model", "loud"}, 1, "", no_configuration());
-  expect({"status", "--help"}, 1, "", no_configuration());
+  const ScriptedProgram curl = install_curl(sandbox, "exit 22");
+  for (const Words& words :
+       {Words{"mode", ""}, Words{"mode", "loud"}, Words{"mode", "off"}, Words{"mode", "watch"},
+        Words{"model", "loud"}, Words{"model", "use", "x"}, Words{"model", "fetch"},
+        Words{"status", "--help"}}) {
+    expect(words, 1, "", no_configuration());
+  }
+  EXPECT_EQ(curl.runs().size(), 0U);
   EXPECT_EQ(names_in(sandbox.home()), Words());
 }
 
 TEST_F(Commands, the_message_names_the_path_that_was_tried) {
+  sandbox.configure();
   sandbox.environment["VELUN_CLI_CONFIG"] = "here/it is.yaml";
   expect({"status"}, 1, "", "no configuration at here/it is.yaml — run `velun setup` first\n");
   sandbox.environment["VELUN_CLI_CONFIG"] = "";

@@ -211,25 +211,5 @@ TEST_F(Mode, finds_the_program_beside_the_tool) {
   EXPECT_EQ(beside.runs()[0].argv[0], beside.path());
 }
 
-TEST_F(Mode, without_a_configuration_fails_before_the_word_is_looked_at) {
-  fs::remove(sandbox.config_file());
-  for (const char* word : {"off", "protect", "monitor", ""}) {
-    const Outcome run = sandbox.velun({"mode", word});
-    EXPECT_EQ(seen(run), failure("no configuration at " + sandbox.config_file().string() +
-                                 " — run `velun setup` first\n"));
-    EXPECT_FALSE(fs::exists(sandbox.config_file()));
-  }
-}
-
-TEST_F(Mode, with_a_broken_configuration_fails_and_leaves_it_as_it_is) {
-  write_file(sandbox.config_file(), "mode: sometimes\n");
-  EXPECT_EQ(seen(sandbox.velun({"mode", "off"})),
-            ended(1, "",
-                  sandbox.config_file().string() +
-                      " has problems:\n"
-                      "  line 1: mode must be off, watch or protect (got `sometimes`)\n"));
-  EXPECT_EQ(read_file(sandbox.config_file()), "mode: sometimes\n");
-}
-
 }  // namespace
 }  // namespace velun::test

@@ -127,13 +127,5 @@ TEST_F(Restart, finds_a_daemon_that_came_up_behind_the_stop) {
   EXPECT_FALSE(fs::exists(sandbox.pid_file()));
 }
 
-TEST_F(Restart, needs_a_configuration) {
-  fs::remove(sandbox.config_file());
-  const ScriptedProgram daemon = install_daemon("forever");
-  expect_refused(
-      "no configuration at " + sandbox.config_file().string() + " — run `velun setup` first\n",
-      daemon);
-}
-
 }  // namespace
 }  // namespace velun::test

@@ -96,17 +96,6 @@ TEST_F(ShowConfig, writes_nothing_and_asks_no_daemon) {
   EXPECT_EQ(names_in(sandbox.home()), std::vector<std::string>{".config"});
 }
 
-TEST_F(ShowConfig, shows_nothing_without_a_configuration) {
-  const Outcome run = sandbox.velun({"config"});
-  EXPECT_EQ(seen(run), failure("no configuration at " + file + " — run `velun setup` first\n"));
-}
-
-TEST_F(ShowConfig, shows_no_configuration_that_has_problems) {
-  sandbox.configure("names: maybe\n");
-  EXPECT_EQ(seen(sandbox.velun({"config"})),
-            failure(file + " has problems:\n  line 4: names must be true or false\n"));
-}
-
 TEST_F(ShowConfig, succeeds_when_standard_output_is_full_or_closed) {
   sandbox.configure();
   RunOptions full;

@@ -30,16 +30,6 @@ class LoadConfig : public ::testing::Test {
   Sandbox sandbox;
 };
 
-TEST_F(LoadConfig, a_missing_file_is_reported_with_its_path) {
-  expect_missing(sandbox.velun({"config"}), sandbox.home() / ".config/velun/velun.yaml");
-}
-
-TEST_F(LoadConfig, an_empty_path_is_reported_between_two_blanks) {
-  sandbox.configure();
-  const Outcome run = show("");
-  EXPECT_EQ(seen(run), failure("no configuration at  — run `velun setup` first\n"));
-}
-
 TEST_F(LoadConfig, empty_xdg_variables_are_ignored) {
   sandbox.environment["XDG_CONFIG_HOME"] = "";
   expect_missing(sandbox.velun({"config"}), sandbox.home() / ".config/velun/velun.yaml");
