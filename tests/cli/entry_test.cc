@@ -31,22 +31,7 @@ class Entry : public Lifecycle {
     options.one_output = true;
     return sandbox.velun(words, options).out;
   }
-
-  /// Gives the status of commands that succeed, fail and are misused, each run under `in_child`.
-  std::vector<int> statuses(const std::function<void()>& in_child) {
-    RunOptions options;
-    options.in_child = in_child;
-    std::vector<int> result;
-    for (const Words& words : {Words{}, Words{"help", "nonsense"}, Words{"config"}, Words{"status"},
-                               Words{"stop"}, Words{"model", "use", "x"}, Words{"mode", "loud"},
-                               Words{"nonsense"}, Words{"mode", "off"}, Words{"setup"}}) {
-      result.push_back(sandbox.velun(words, options).status);
-    }
-    return result;
-  }
 };
-
-const std::vector<int> usual_statuses = {0, 2, 0, 0, 0, 1, 2, 2, 0, 0};
 
 // One bit for each of the three streams.
 void close_streams(int which) {
@@ -55,10 +40,6 @@ void close_streams(int which) {
       close(descriptor);
     }
   }
-}
-
-void put_dev_full_on(int descriptor) {
-  dup2(open("/dev/full", O_WRONLY), descriptor);
 }
 
 TEST_F(Entry, an_argument_vector_without_even_a_program_name_prints_the_general_help) {
@@ -74,51 +55,20 @@ TEST_F(Entry, an_argument_vector_without_even_a_program_name_prints_the_general_
   EXPECT_EQ(read_file(out), sandbox.velun({"help"}).out);
 }
 
-// The first message of mode comes while the file is open.
-TEST_F(Entry, with_any_of_the_streams_closed_mode_writes_nothing_but_the_configuration) {
+// The first message of mode comes while the file is open, the second one behind a connection.
+TEST_F(Entry, with_any_of_the_streams_closed_no_message_lands_in_the_file_or_the_request) {
+  const LoopbackServer control = answering_port();
   for (int closed = 1; closed < 8; ++closed) {
     SCOPED_TRACE("closed streams: " + std::to_string(closed));
     sandbox.configure();
     RunOptions options;
     options.in_child = [closed] { close_streams(closed); };
     EXPECT_EQ(seen(sandbox.velun({"mode", "off"}, options)),
-              success((closed & 2) != 0 ? "" : wrote()));
+              ended(1, (closed & 2) != 0 ? "" : wrote(), (closed & 4) != 0 ? "" : foreign_text()));
     EXPECT_EQ(read_file(sandbox.config_file()), sandbox.rendering("off"));
+    EXPECT_EQ(control.requests().back(),
+              "GET /healthz HTTP/1.1\r\nHost: 127.0.0.1:" + port_text() + "\r\n\r\n");
   }
-}
-
-TEST_F(Entry, with_any_of_the_streams_closed_setup_writes_nothing_but_the_configuration) {
-  for (int closed = 1; closed < 8; ++closed) {
-    SCOPED_TRACE("closed streams: " + std::to_string(closed));
-    write_file(sandbox.config_file(), "names: maybe\n");
-    RunOptions options;
-    options.input = "off\n/data/m\n";
-    options.in_child = [closed] { close_streams(closed); };
-    const Outcome run = sandbox.velun({"setup"}, options);
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(read_file(sandbox.config_file()),
-              (closed & 1) != 0 ? written("watch") : written("off", "model_dir: /data/m\n"));
-    EXPECT_EQ(run.out, (closed & 2) != 0 ? ""
-                                         : greeting + mode_question("watch") +
-                                               detection_question("none") + wrote() + next_step);
-    EXPECT_EQ(run.err, (closed & 4) != 0 ? ""
-                                         : sandbox.config_file().string() +
-                                               " has problems:\n"
-                                               "  line 1: names must be true or false\n");
-  }
-}
-
-TEST_F(Entry, with_all_streams_closed_nothing_but_the_request_goes_to_the_daemon) {
-  sandbox.configure();
-  RunOptions options;
-  options.in_child = [] { closefrom(0); };
-  const LoopbackServer control = answering_port();
-  EXPECT_EQ(sandbox.velun({"status"}, options).status, 1);
-  EXPECT_EQ(sandbox.velun({"mode", "off"}, options).status, 1);
-  const std::string host = " HTTP/1.1\r\nHost: 127.0.0.1:" + port_text() + "\r\n\r\n";
-  EXPECT_EQ(control.requests(), Words({"GET /healthz" + host, "GET /v1/status" + host,
-                                       "GET /healthz" + host, "GET /healthz" + host}));
-  EXPECT_EQ(read_file(sandbox.config_file()), sandbox.rendering("off"));
 }
 
 TEST_F(Entry, a_stream_that_was_closed_is_the_null_device_for_the_daemon) {
@@ -133,47 +83,35 @@ TEST_F(Entry, a_stream_that_was_closed_is_the_null_device_for_the_daemon) {
   EXPECT_EQ(names_in(open_files), Words({"0", "1", "2"}));
   for (const std::string descriptor : {"0", "1", "2"}) {
     EXPECT_EQ(fs::read_symlink(open_files / descriptor), "/dev/null");
+    // The link tells what the file may be used for.
+    EXPECT_EQ(fs::symlink_status(open_files / descriptor).permissions(), fs::perms::owner_all);
   }
 }
 
-TEST_F(Entry, a_stream_that_is_open_is_left_as_it_is) {
-  sandbox.configure();
-  const ScriptedProgram daemon = install_daemon("print loud\ncomplain sore\nexit 0");
-  RunOptions options;
-  options.in_child = [] { close(0); };
-  EXPECT_EQ(seen(sandbox.velun({"start"}, options)),
-            ended(1, "loud\n", "sore\n" + exited_text(command_line(daemon))));
-}
-
-TEST_F(Entry, a_full_standard_output_leaves_the_status_as_it_is) {
-  sandbox.configure();
-  EXPECT_EQ(statuses([] { put_dev_full_on(1); }), usual_statuses);
-  EXPECT_EQ(read_file(sandbox.config_file()), sandbox.rendering("off"));
-}
-
-TEST_F(Entry, a_closed_standard_output_leaves_the_status_as_it_is) {
-  sandbox.configure();
-  EXPECT_EQ(statuses([] { close(1); }), usual_statuses);
-  EXPECT_EQ(read_file(sandbox.config_file()), sandbox.rendering("off"));
-}
-
-TEST_F(Entry, a_full_standard_error_leaves_the_status_as_it_is) {
-  sandbox.configure();
-  EXPECT_EQ(statuses([] { put_dev_full_on(2); }), usual_statuses);
-}
-
-TEST_F(Entry, a_closed_standard_error_leaves_the_status_as_it_is) {
-  sandbox.configure();
-  EXPECT_EQ(statuses([] { close(2); }), usual_statuses);
-}
-
-TEST_F(Entry, without_a_configuration_closed_and_full_streams_still_end_with_1) {
-  for (const int descriptor : {1, 2}) {
-    RunOptions options;
-    options.in_child = [descriptor] { put_dev_full_on(descriptor); };
-    EXPECT_EQ(sandbox.velun({"status"}, options).status, 1);
-    options.in_child = [descriptor] { close(descriptor); };
-    EXPECT_EQ(sandbox.velun({"nonsense"}, options).status, 1);
+TEST_F(Entry, a_full_or_closed_output_stream_leaves_the_status_as_it_is) {
+  for (const bool full : {false, true}) {
+    for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+      const auto status_of = [&](const Words& words) {
+        RunOptions options;
+        options.in_child = [&] {
+          full ? dup2(open("/dev/full", O_WRONLY), stream) : close(stream);
+        };
+        return sandbox.velun(words, options).status;
+      };
+      EXPECT_EQ(status_of({"status"}), 1);
+      sandbox.configure();
+      for (const Words& words :
+           {Words{}, Words{"config"}, Words{"status"}, Words{"stats"}, Words{"log"}, Words{"stop"},
+            Words{"mode", "off"}, Words{"setup"}}) {
+        EXPECT_EQ(status_of(words), 0) << testing::PrintToString(words);
+      }
+      EXPECT_EQ(status_of({"model", "use", "x"}), 1);
+      EXPECT_EQ(status_of({"mode", "loud"}), 2);
+      EXPECT_EQ(status_of({"help", "nonsense"}), 2);
+      EXPECT_EQ(status_of({"nonsense"}), 2);
+      EXPECT_EQ(read_file(sandbox.config_file()), sandbox.rendering("off"));
+      fs::remove(sandbox.config_file());
+    }
   }
 }
 

@@ -161,16 +161,6 @@ TEST_P(Reports, take_the_token_from_the_configured_state_directory) {
   EXPECT_EQ(daemon.requests(), (std::vector<std::string>{probe(), request("configured")}));
 }
 
-TEST_P(Reports, keep_their_exit_status_when_nobody_takes_the_output) {
-  const LoopbackServer daemon(sandbox.control_port(), healthy_with("{}"));
-  RunOptions shell;
-  shell.program = "/bin/sh";
-  for (const std::string target : {">/dev/full", ">&-"}) {
-    EXPECT_EQ(
-        sandbox.velun({"-c", "'" VELUN_BINARY "' " + GetParam() + " " + target}, shell).status, 0);
-  }
-}
-
 INSTANTIATE_TEST_SUITE_P(Both, Reports, ::testing::Values("stats", "log"),
                          [](const auto& tested) { return tested.param; });
 

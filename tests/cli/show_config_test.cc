@@ -1,6 +1,4 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "tests/support/loopback_server.h"
 #include "tests/support/sandbox.h"
@@ -94,18 +92,6 @@ TEST_F(ShowConfig, writes_nothing_and_asks_no_daemon) {
   EXPECT_EQ(read_file(file), before);
   EXPECT_EQ(fs::last_write_time(file), written);
   EXPECT_EQ(names_in(sandbox.home()), std::vector<std::string>{".config"});
-}
-
-TEST_F(ShowConfig, succeeds_when_standard_output_is_full_or_closed) {
-  sandbox.configure();
-  RunOptions full;
-  full.in_child = [] { dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); };
-  EXPECT_EQ(sandbox.velun({"config"}, full).status, 0);
-  RunOptions closed;
-  closed.in_child = [] { close(STDOUT_FILENO); };
-  const Outcome run = sandbox.velun({"config"}, closed);
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.err, "");
 }
 
 }  // namespace
