@@ -157,58 +157,48 @@ TEST_F(Entry, no_signal_is_handled) {
   EXPECT_EQ(wait_for(pid, std::chrono::seconds(10)), 0);
 }
 
-TEST_F(Entry, one_file_for_both_streams_holds_the_output_in_its_order) {
-  EXPECT_EQ(one_output({"help", "x"}),
-            "no help topic `x` — topics: config, modes, model, ports, routing\n");
-  EXPECT_EQ(one_output({"help", "ports"}), sandbox.velun({"help", "ports"}).out);
-  sandbox.configure();
-  EXPECT_EQ(one_output({"config"}),
-            "file: " + sandbox.config_file().string() + "\n\n" + sandbox.rendering("watch"));
-}
-
-TEST_F(Entry, what_mode_wrote_stands_before_the_words_of_the_daemon) {
+TEST_F(Entry, what_velun_said_stands_before_the_words_of_the_daemon_in_one_file) {
   sandbox.configure();
   const ScriptedProgram daemon = install_daemon("print loud\ncomplain sore\nexit 0");
-  EXPECT_EQ(one_output({"mode", "watch"}),
-            wrote() + "loud\nsore\n" + exited_text(command_line(daemon)));
+  const std::string rest = "loud\nsore\n" + exited_text(command_line(daemon));
+  EXPECT_EQ(one_output({"start"}), rest);
+  EXPECT_EQ(one_output({"restart"}), "not running\n" + rest);
+  EXPECT_EQ(one_output({"mode", "watch"}), wrote() + rest);
 }
 
-TEST_F(Entry, what_mode_wrote_stands_before_the_failure_of_the_child) {
+TEST_F(Entry, what_velun_said_stands_before_the_failure_of_the_child_in_one_file) {
   sandbox.configure();
   const std::string program = (sandbox.root() / "no-such-program").string();
   sandbox.environment["VELUND"] = program;
-  EXPECT_EQ(one_output({"mode", "watch"}),
-            wrote() + exec_failed_text(program) +
-                exited_text(program + " " + spaced(sandbox.daemon_flags())));
+  const std::string rest =
+      exec_failed_text(program) + exited_text(program + " " + spaced(sandbox.daemon_flags()));
+  EXPECT_EQ(one_output({"restart"}), "not running\n" + rest);
+  EXPECT_EQ(one_output({"mode", "watch"}), wrote() + rest);
 }
 
-TEST_F(Entry, what_restart_said_stands_before_the_words_of_the_daemon) {
+TEST_F(Entry, what_velun_said_stands_before_the_words_of_curl_in_one_file) {
   sandbox.configure();
-  const ScriptedProgram daemon = install_daemon("complain sore\nexit 0");
-  EXPECT_EQ(one_output({"restart"}), "not running\nsore\n" + exited_text(command_line(daemon)));
+  const ScriptedProgram curl = install_curl(sandbox, "output []\nprint loud\ncomplain sore");
+  EXPECT_EQ(one_output({"model", "fetch"}),
+            "fetching velun-pii-m-v1.3 (full)\n"
+            "  tokenizer.json (~34 MB)\nloud\nsore\n"
+            "  calibration.json (~0 MB)\nloud\nsore\n"
+            "  model.fp32.onnx (~1.200000 GB)\nloud\nsore\n"
+            "done. activate it with: velun model use velun-pii-m-v1.3\n");
 }
 
-TEST_F(Entry, what_mode_wrote_stands_before_a_refusal) {
+TEST_F(Entry, what_velun_said_stands_before_a_refusal_in_one_file) {
   sandbox.configure();
   const LoopbackServer control = answering_port();
   EXPECT_EQ(one_output({"mode", "off"}), wrote() + foreign_text());
 }
 
-TEST_F(Entry, a_report_on_a_faulty_file_stands_before_the_dialogue) {
+TEST_F(Entry, a_report_on_a_faulty_file_stands_before_the_dialogue_in_one_file) {
   write_file(sandbox.config_file(), "names: maybe\n");
   EXPECT_EQ(one_output({"setup"}), sandbox.config_file().string() +
                                        " has problems:\n  line 1: names must be true or false\n" +
                                        greeting + mode_question("watch") +
                                        detection_question("none") + wrote() + next_step);
-}
-
-TEST_F(Entry, an_error_that_no_handler_expects_ends_the_process_by_abort) {
-  sandbox.configure();
-  const LoopbackServer control(sandbox.control_port(),
-                               [](const std::string&) { return answer(200, "null"); });
-  const Outcome run = sandbox.velun({"stats"});
-  EXPECT_EQ(run.signal, SIGABRT);
-  EXPECT_EQ(run.out, "");
 }
 
 TEST_F(Entry, what_was_printed_before_an_abort_is_not_lost) {

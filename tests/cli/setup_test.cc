@@ -271,22 +271,6 @@ TEST_F(SetupOnATerminal, a_refused_answer_brings_the_same_question_again) {
   EXPECT_EQ(file(), written("watch", "model_dir: /data/m\n"));
 }
 
-TEST_F(SetupOnATerminal, the_report_of_a_faulty_file_stands_before_the_dialogue) {
-  give_file("mode: off\nmodel_dir: /data/m\nnames: maybe\n");
-  const pid_t pid = begin();
-  ASSERT_TRUE(terminal.shows(mode_question("off")));
-  terminal.type("\n");
-  ASSERT_TRUE(terminal.shows(detection_question("/data/m")));
-  terminal.type("\n");
-  const std::string report =
-      sandbox.config_file().string() + " has problems:\n  line 3: names must be true or false\n";
-  EXPECT_EQ(terminal.screen_at_the_end(),
-            shown(report + greeting + mode_question("off") + "\n" + detection_question("/data/m") +
-                  "\n" + wrote() + next_step));
-  expect_success(pid);
-  EXPECT_EQ(file(), written("off", "model_dir: /data/m\n"));
-}
-
 TEST_F(SetupOnATerminal, the_end_of_input_key_takes_the_offers) {
   const pid_t pid = begin();
   ASSERT_TRUE(terminal.shows(mode_question("watch")));
