@@ -196,24 +196,6 @@ TEST_F(Commands, words_are_not_trimmed) {
   expect({"model", "use", " x "}, 1, "", "no bundle at  x  — `velun model list`\n");
 }
 
-TEST_F(Commands, restart_starts_nothing_after_a_refused_stop) {
-  sandbox.configure();
-  const ScriptedProgram daemon = install_daemon("forever");
-  const LoopbackServer control = answering_port();
-  expect({"restart"}, 1, "", foreign_text());
-  EXPECT_EQ(daemon.runs().size(), 0U);
-}
-
-TEST_F(Commands, restart_ends_with_the_status_of_a_failed_start) {
-  sandbox.configure();
-  const ScriptedProgram daemon = install_daemon("exit 0");
-  const Outcome run = sandbox.velun({"restart"});
-  Words command = {daemon.path()};
-  const Words flags = sandbox.daemon_flags();
-  command.insert(command.end(), flags.begin(), flags.end());
-  EXPECT_EQ(seen(run), ended(1, "not running\n", exited_text(spaced(command))));
-}
-
 // The neighbour of the tool is found through argument zero alone.
 TEST_F(Commands, argument_zero_reaches_every_command_that_starts_the_daemon) {
   sandbox.configure();

@@ -27,9 +27,7 @@ TEST_F(Restart, replaces_the_running_daemon) {
   const Outcome run = sandbox.velun({"restart"});
   ASSERT_EQ(daemon.runs().size(), 2U);
   const pid_t fresh = daemon.runs()[1].pid;
-  EXPECT_EQ(seen(run),
-            success("stopped\nrunning (pid " + std::to_string(fresh) +
-                    ", mode watch)\ndashboard: http://127.0.0.1:" + port_text() + "/\n"));
+  EXPECT_EQ(seen(run), success("stopped\n" + running_text(fresh, "watch")));
   EXPECT_FALSE(is_running(old));
   EXPECT_TRUE(is_running(fresh));
   EXPECT_EQ(read_file(sandbox.pid_file()), std::to_string(fresh) + "\n");
@@ -54,21 +52,10 @@ TEST_F(Restart, hands_the_daemon_the_flags_of_the_configuration) {
   EXPECT_EQ(seen(run), ended(1, "not running\n", exited_text(spaced(expected))));
 }
 
-TEST_F(Restart, finds_the_program_beside_the_tool) {
-  RunOptions options;
-  options.program = copy_tool();
-  const ScriptedProgram beside(sandbox.root() / "bin/velund", "exit 3");
-  EXPECT_EQ(sandbox.velun({"restart"}, options).status, 1);
-  ASSERT_EQ(beside.runs().size(), 1U);
-  EXPECT_EQ(beside.runs()[0].argv[0], beside.path());
-}
-
 TEST_F(Restart, starts_nothing_while_a_foreign_daemon_answers) {
   const ScriptedProgram daemon = install_daemon("forever");
   const LoopbackServer control = answering_port();
-  expect_refused("a daemon answers on port " + port_text() +
-                     " but this CLI did not start it — not touching it\n",
-                 daemon);
+  expect_refused(foreign_text(), daemon);
   EXPECT_EQ(control.requests().size(), 1U);
 }
 
