@@ -64,8 +64,7 @@ TEST_F(SetupFile, a_kept_model_whose_path_begins_with_http_becomes_an_engine) {
 
 TEST_F(SetupFile, a_kept_model_named_none_is_cleared) {
   give_file("mode: protect\nmodel_dir: none\n");
-  EXPECT_EQ(given("\n\n").out, greeting + mode_question("protect") + detection_question("none") +
-                                   protect_warning + wrote() + next_step);
+  EXPECT_EQ(given("\n\n").out, transcript("protect", "none", protect_warning));
   EXPECT_EQ(file(), written("protect"));
 }
 
@@ -115,10 +114,6 @@ TEST_F(SetupFile, of_a_model_and_an_engine_both_configured_the_model_is_offered_
   EXPECT_EQ(file(), written("watch", "model_dir: /data/m\n"));
 }
 
-TEST_F(SetupFile, a_missing_file_is_not_reported) {
-  EXPECT_EQ(given("\n\n").err, "");
-}
-
 TEST_F(SetupFile, an_unreadable_file_offers_the_defaults_without_a_report) {
   give_file("mode: protect\n");
   fs::permissions(sandbox.config_file(), fs::perms::owner_write);
@@ -129,73 +124,6 @@ TEST_F(SetupFile, an_unreadable_file_offers_the_defaults_without_a_report) {
   EXPECT_EQ(seen(sandbox.velun({"setup"}, options)), success(transcript("watch", "none")));
   fs::permissions(sandbox.config_file(), fs::perms::owner_all);
   EXPECT_EQ(file(), written("watch"));
-}
-
-TEST_F(SetupFile, missing_directories_are_created) {
-  const fs::path path = sandbox.root() / "a/b/c/my.yaml";
-  sandbox.environment["VELUN_CLI_CONFIG"] = path;
-  const Outcome run = given("off\nnone\n");
-  EXPECT_EQ(run.out, greeting + mode_question("watch") + detection_question("none") + "wrote " +
-                         path.string() + "\n" + next_step);
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(read_file(path), written("off"));
-}
-
-TEST_F(SetupFile, a_bare_file_name_is_written_in_the_current_directory) {
-  sandbox.environment["VELUN_CLI_CONFIG"] = "my.yaml";
-  const Outcome run = given("off\nnone\n");
-  EXPECT_EQ(run.out, greeting + mode_question("watch") + detection_question("none") +
-                         "wrote my.yaml\n" + next_step);
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(read_file(sandbox.root() / "my.yaml"), written("off"));
-}
-
-TEST_F(SetupFile, a_new_file_gets_the_permissions_that_the_mask_leaves) {
-  RunOptions options;
-  options.in_child = [] { umask(027); };
-  EXPECT_EQ(sandbox.velun({"setup"}, options).status, 0);
-  EXPECT_EQ(mode_of(sandbox.config_file()), 0640);
-}
-
-TEST_F(SetupFile, an_existing_file_is_rewritten_in_place) {
-  const fs::path real = sandbox.root() / "real.yaml";
-  write_file(real, "mode: off\n");
-  fs::permissions(real, fs::perms::owner_read | fs::perms::owner_write);
-  fs::create_directories(sandbox.config_file().parent_path());
-  fs::create_symlink(real, sandbox.config_file());
-  EXPECT_EQ(given("\n\n").out, transcript("off", "none"));
-  EXPECT_TRUE(fs::is_symlink(sandbox.config_file()));
-  EXPECT_EQ(read_file(real), written("off"));
-  EXPECT_EQ(mode_of(real), 0600);
-}
-
-TEST_F(SetupFile, a_file_that_cannot_be_written_goes_unreported) {
-  fs::create_directories(sandbox.config_file());
-  EXPECT_EQ(seen(given("off\nnone\n")), success(transcript("watch", "none")));
-  EXPECT_EQ(names_in(sandbox.config_file()), std::vector<std::string>());
-}
-
-TEST_F(SetupFile, an_empty_path_cannot_be_written_and_goes_unreported) {
-  sandbox.environment["VELUN_CLI_CONFIG"] = "";
-  EXPECT_EQ(seen(given("off\nnone\n")),
-            success(greeting + mode_question("watch") + detection_question("none") + "wrote \n" +
-                    next_step));
-}
-
-TEST_F(SetupFile, a_directory_that_cannot_be_created_ends_the_process_by_abort) {
-  write_file(sandbox.home() / ".config", "not a directory");
-  const Outcome run = given("off\nnone\n");
-  EXPECT_EQ(run.signal, SIGABRT);
-  EXPECT_EQ(run.out, greeting + mode_question("watch") + detection_question("none"));
-  EXPECT_EQ(read_file(sandbox.home() / ".config"), "not a directory");
-}
-
-TEST_F(SetupFile, the_warning_is_out_before_a_directory_cannot_be_created) {
-  write_file(sandbox.home() / ".config", "not a directory");
-  const Outcome run = given("protect\nnone\n");
-  EXPECT_EQ(run.signal, SIGABRT);
-  EXPECT_EQ(run.out,
-            greeting + mode_question("watch") + detection_question("none") + protect_warning);
 }
 
 TEST_F(SetupFile, the_daemon_is_left_alone) {

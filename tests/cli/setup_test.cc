@@ -75,7 +75,7 @@ TEST_F(SetupDialogue, an_answer_that_is_not_exactly_a_mode_is_refused_and_asked_
         std::string("`"), std::string("\xff\xfe"), std::string("off\0", 4)}) {
     EXPECT_EQ(seen(given(word + "\noff\nnone\n")),
               success(greeting + mode_question("watch") + refusal(word) + mode_question("watch") +
-                      detection_question("none") + wrote() + next_step));
+                      detection_question("none") + sandbox.wrote() + next_step));
     EXPECT_EQ(file(), written("off"));
     std::filesystem::remove(sandbox.config_file());
   }
@@ -85,7 +85,7 @@ TEST_F(SetupDialogue, a_refused_answer_leaves_the_offer_as_it_was) {
   give_file("mode: protect\n");
   const Outcome run = given("watch off\n\n/data/m\n");
   EXPECT_EQ(run.out, greeting + mode_question("protect") + refusal("watch off") +
-                         mode_question("protect") + detection_question("none") + wrote() +
+                         mode_question("protect") + detection_question("none") + sandbox.wrote() +
                          next_step);
   EXPECT_EQ(file(), written("protect", "model_dir: /data/m\n"));
 }
@@ -98,8 +98,8 @@ TEST_F(SetupDialogue, the_mode_is_asked_for_as_often_as_it_takes) {
     out += mode_question("watch") + refusal("no" + std::to_string(i));
   }
   const Outcome run = given(input + "off\n\n");
-  EXPECT_EQ(run.out,
-            out + mode_question("watch") + detection_question("none") + wrote() + next_step);
+  EXPECT_EQ(run.out, out + mode_question("watch") + detection_question("none") + sandbox.wrote() +
+                         next_step);
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(file(), written("off"));
 }
@@ -107,7 +107,7 @@ TEST_F(SetupDialogue, the_mode_is_asked_for_as_often_as_it_takes) {
 TEST_F(SetupDialogue, an_input_that_ends_behind_a_refused_answer_takes_the_offer) {
   const Outcome run = given("quiet");
   EXPECT_EQ(run.out, greeting + mode_question("watch") + refusal("quiet") + mode_question("watch") +
-                         detection_question("none") + wrote() + next_step);
+                         detection_question("none") + sandbox.wrote() + next_step);
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(file(), written("watch"));
 }
@@ -165,9 +165,7 @@ TEST_F(SetupDialogue, a_long_answer_is_kept_whole) {
 }
 
 TEST_F(SetupDialogue, protect_without_detection_is_warned_about_and_written) {
-  EXPECT_EQ(seen(given("protect\nnone\n")),
-            success(greeting + mode_question("watch") + detection_question("none") +
-                    protect_warning + wrote() + next_step));
+  EXPECT_EQ(seen(given("protect\nnone\n")), success(transcript("watch", "none", protect_warning)));
   EXPECT_EQ(file(), written("protect"));
 }
 
@@ -185,8 +183,8 @@ TEST_F(SetupDialogue, the_other_modes_without_detection_are_not_warned_about) {
 TEST_F(SetupDialogue, protect_that_loses_its_model_is_warned_about) {
   give_file("mode: protect\nmodel_dir: /data/m\n");
   EXPECT_EQ(given("\nnone\n").out, greeting + mode_question("protect") +
-                                       detection_question("/data/m") + protect_warning + wrote() +
-                                       next_step);
+                                       detection_question("/data/m") + protect_warning +
+                                       sandbox.wrote() + next_step);
   EXPECT_EQ(file(), written("protect"));
 }
 
@@ -246,7 +244,7 @@ TEST_F(SetupOnATerminal, the_cursor_waits_behind_each_question) {
   terminal.type("none\n");
   EXPECT_EQ(terminal.screen_at_the_end(),
             shown(greeting + mode_question("watch") + "protect\n" + detection_question("none") +
-                  "none\n" + protect_warning + wrote() + next_step));
+                  "none\n" + protect_warning + sandbox.wrote() + next_step));
   expect_success(pid);
   EXPECT_EQ(file(), written("protect"));
 }
@@ -266,7 +264,7 @@ TEST_F(SetupOnATerminal, a_refused_answer_brings_the_same_question_again) {
                             mode_question("watch") + "\n";
   EXPECT_EQ(terminal.screen_at_the_end(),
             shown(greeting + mode_question("watch") + "Watch\n" + again +
-                  detection_question("none") + "/data/m\n" + wrote() + next_step));
+                  detection_question("none") + "/data/m\n" + sandbox.wrote() + next_step));
   expect_success(pid);
   EXPECT_EQ(file(), written("watch", "model_dir: /data/m\n"));
 }

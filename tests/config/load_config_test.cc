@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <iostream>
-#include <sstream>
 
 #include "tests/support/config_text.h"
 #include "tests/support/environment_variable.h"
@@ -140,79 +138,6 @@ TEST_F(LoadConfig, a_valid_file_replaces_every_field_of_the_record) {
   Config expected;
   expected.control_port = 9103;
   EXPECT_EQ(fields_of(config), fields_of(expected));
-}
-
-TEST_F(LoadConfig, a_bad_port_keeps_its_default_and_the_other_keys_apply) {
-  const ScopedEnvironment environment;
-  environment.set("VELUN_CLI_CONFIG", sandbox.config_file());
-  write_file(sandbox.config_file(), "control_port: 0\nopenai_port: 9102\n");
-  Config config;
-  config.control_port = 7;
-  config.mode = "off";
-  std::ostringstream report;
-  std::streambuf* standard_error = std::cerr.rdbuf(report.rdbuf());
-  EXPECT_FALSE(load_config(config, MissingFile::silent));
-  std::cerr.rdbuf(standard_error);
-  EXPECT_EQ(report.str(), sandbox.config_file().string() +
-                              " has problems:\n  line 1: control_port must be a port between 1 and "
-                              "65535\n");
-  Config expected;
-  expected.openai_port = 9102;
-  EXPECT_EQ(fields_of(config), fields_of(expected));
-}
-
-class LoadConfigInSetup : public ::testing::Test {
- protected:
-  Sandbox sandbox;
-  const std::string title = "Velun CLI setup — Enter keeps the value in brackets.\n\n";
-  const std::string detection =
-      "Detection: path to a model bundle, a self-hosted engine URL, or `none`";
-  const std::string closing =
-      "wrote " + sandbox.config_file().string() +
-      "\nnext: `velun start`, then `velun help ports` to route your tools.\n";
-};
-
-TEST_F(LoadConfigInSetup, a_missing_file_is_not_reported_and_leaves_the_defaults) {
-  const Outcome run = sandbox.velun({"setup"});
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.out,
-            title + "Mode (off / watch / protect) [watch]: " + detection + " [none]: " + closing);
-  EXPECT_EQ(run.status, 0);
-}
-
-TEST_F(LoadConfigInSetup, problems_are_reported_and_the_good_keys_are_offered_and_kept) {
-  write_file(sandbox.config_file(),
-             "mode: protect\nmodel_dir: /data/m\ncontrol_port: 0\nopenai_port: 9102\n bad: 1\n");
-  const Outcome run = sandbox.velun({"setup"});
-  EXPECT_EQ(run.err,
-            sandbox.config_file().string() +
-                " has problems:\n"
-                "  line 5: indentation is not part of this file's format (flat keys only)\n"
-                "  line 3: control_port must be a port between 1 and 65535\n");
-  EXPECT_EQ(run.out, title + "Mode (off / watch / protect) [protect]: " + detection +
-                         " [/data/m]: " + closing);
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(read_file(sandbox.config_file()),
-            "# Velun CLI configuration. `velun help config` documents every key.\n"
-            "mode: protect\nmodel_dir: /data/m\nanthropic_port: 8900\nopenai_port: 9102\n"
-            "control_port: 8902\nnames: true\n");
-}
-
-TEST_F(LoadConfigInSetup, a_bad_mode_is_offered_as_its_default) {
-  write_file(sandbox.config_file(), "mode: Protect\nendpoint_url: https://e\n");
-  const Outcome run = sandbox.velun({"setup"});
-  EXPECT_EQ(run.out, title + "Mode (off / watch / protect) [watch]: " + detection +
-                         " [https://e]: " + closing);
-}
-
-TEST_F(LoadConfigInSetup, of_two_values_that_exclude_each_other_the_model_is_offered) {
-  write_file(sandbox.config_file(), "model_dir: /data/m\nendpoint_url: https://e\n");
-  const Outcome run = sandbox.velun({"setup"});
-  EXPECT_EQ(run.err, sandbox.config_file().string() +
-                         " has problems:\n  model_dir and endpoint_url exclude each other — the "
-                         "daemon runs one detection engine per launch\n");
-  EXPECT_EQ(run.out, title + "Mode (off / watch / protect) [watch]: " + detection +
-                         " [/data/m]: " + closing);
 }
 
 }  // namespace

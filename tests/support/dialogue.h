@@ -30,6 +30,15 @@ inline std::string refusal(const std::string& answer) {
   return "  `" + answer + "` is not a mode. `velun help modes` explains them.\n";
 }
 
+/// The whole dialogue on standard output, both questions asked once, for a file at `path`; the
+/// warning stands between the questions and the save.
+inline std::string dialogue(const std::string& path, const std::string& mode_offer = "watch",
+                            const std::string& detection_offer = "none",
+                            const std::string& warning = "") {
+  return greeting + mode_question(mode_offer) + detection_question(detection_offer) + warning +
+         "wrote " + path + "\n" + next_step;
+}
+
 /// The file that setup writes when nothing but the mode and one detection line was chosen.
 inline std::string written(const std::string& mode, const std::string& detection_line = "") {
   return "# Velun CLI configuration. `velun help config` documents every key.\nmode: " + mode +
@@ -48,12 +57,10 @@ class SetupDialogue : public ::testing::Test {
     return sandbox.velun({"setup"}, options);
   }
 
-  std::string wrote() const { return "wrote " + sandbox.config_file().string() + "\n"; }
-
-  /// Everything on standard output when both questions are asked once.
-  std::string transcript(const std::string& mode_offer, const std::string& detection_offer) const {
-    return greeting + mode_question(mode_offer) + detection_question(detection_offer) + wrote() +
-           next_step;
+  /// The whole dialogue for the sandbox's file.
+  std::string transcript(const std::string& mode_offer, const std::string& detection_offer,
+                         const std::string& warning = "") const {
+    return dialogue(sandbox.config_file(), mode_offer, detection_offer, warning);
   }
 
   void give_file(const std::string& content) const { write_file(sandbox.config_file(), content); }
