@@ -57,8 +57,6 @@ class Commands : public Lifecycle {
   std::string no_configuration() const {
     return "no configuration at " + sandbox.config_file().string() + " — run `velun setup` first\n";
   }
-
-  std::string wrote() const { return "wrote " + sandbox.config_file().string() + "\n"; }
 };
 
 TEST_F(Commands, each_word_reaches_its_handler_while_nothing_runs) {
@@ -73,7 +71,7 @@ TEST_F(Commands, each_word_reaches_its_handler_while_nothing_runs) {
   expect({"config"}, 0,
          "file: " + sandbox.config_file().string() + "\n\n" + sandbox.rendering("off"), "");
   expect({"model"}, 0, "no models — `velun model fetch` downloads one (~1.2 GB)\n", "");
-  expect({"mode", "off"}, 0, wrote(), "");
+  expect({"mode", "off"}, 0, sandbox.wrote(), "");
 }
 
 TEST_F(Commands, each_word_reaches_its_handler_while_a_daemon_answers) {
@@ -89,7 +87,7 @@ TEST_F(Commands, each_word_reaches_its_handler_while_a_daemon_answers) {
          "cost (list prices):  $0\n",
          "");
   expect({"log"}, 0, "no requests yet (the transcript is RAM-only and empties on restart)\n", "");
-  expect({"mode", "watch"}, 1, wrote(), foreign_text());
+  expect({"mode", "watch"}, 1, sandbox.wrote(), foreign_text());
   EXPECT_EQ(control.paths(),
             Words({"/healthz", "/healthz", "/healthz", "/healthz", "/v1/status", "/healthz",
                    "/v1/stats", "/healthz", "/v1/transcript", "/healthz", "/healthz"}));

@@ -23,8 +23,6 @@ class Entry : public Lifecycle {
     return daemon.path() + " " + spaced(sandbox.daemon_flags());
   }
 
-  std::string wrote() const { return "wrote " + sandbox.config_file().string() + "\n"; }
-
   /// Runs with both streams in one file and returns that file.
   std::string one_output(const Words& words) {
     RunOptions options;
@@ -64,7 +62,8 @@ TEST_F(Entry, with_any_of_the_streams_closed_no_message_lands_in_the_file_or_the
     RunOptions options;
     options.in_child = [closed] { close_streams(closed); };
     EXPECT_EQ(seen(sandbox.velun({"mode", "off"}, options)),
-              ended(1, (closed & 2) != 0 ? "" : wrote(), (closed & 4) != 0 ? "" : foreign_text()));
+              ended(1, (closed & 2) != 0 ? "" : sandbox.wrote(),
+                    (closed & 4) != 0 ? "" : foreign_text()));
     EXPECT_EQ(read_file(sandbox.config_file()), sandbox.rendering("off"));
     EXPECT_EQ(control.requests().back(),
               "GET /healthz HTTP/1.1\r\nHost: 127.0.0.1:" + port_text() + "\r\n\r\n");
@@ -163,7 +162,7 @@ TEST_F(Entry, what_velun_said_stands_before_the_words_of_the_daemon_in_one_file)
   const std::string rest = "loud\nsore\n" + exited_text(command_line(daemon));
   EXPECT_EQ(one_output({"start"}), rest);
   EXPECT_EQ(one_output({"restart"}), "not running\n" + rest);
-  EXPECT_EQ(one_output({"mode", "watch"}), wrote() + rest);
+  EXPECT_EQ(one_output({"mode", "watch"}), sandbox.wrote() + rest);
 }
 
 TEST_F(Entry, what_velun_said_stands_before_the_failure_of_the_child_in_one_file) {
@@ -173,7 +172,7 @@ TEST_F(Entry, what_velun_said_stands_before_the_failure_of_the_child_in_one_file
   const std::string rest =
       exec_failed_text(program) + exited_text(program + " " + spaced(sandbox.daemon_flags()));
   EXPECT_EQ(one_output({"restart"}), "not running\n" + rest);
-  EXPECT_EQ(one_output({"mode", "watch"}), wrote() + rest);
+  EXPECT_EQ(one_output({"mode", "watch"}), sandbox.wrote() + rest);
 }
 
 TEST_F(Entry, what_velun_said_stands_before_the_words_of_curl_in_one_file) {
@@ -190,24 +189,25 @@ TEST_F(Entry, what_velun_said_stands_before_the_words_of_curl_in_one_file) {
 TEST_F(Entry, what_velun_said_stands_before_a_refusal_in_one_file) {
   sandbox.configure();
   const LoopbackServer control = answering_port();
-  EXPECT_EQ(one_output({"mode", "off"}), wrote() + foreign_text());
+  EXPECT_EQ(one_output({"mode", "off"}), sandbox.wrote() + foreign_text());
 }
 
 TEST_F(Entry, a_report_on_a_faulty_file_stands_before_the_dialogue_in_one_file) {
   write_file(sandbox.config_file(), "names: maybe\n");
   EXPECT_EQ(one_output({"setup"}), sandbox.config_file().string() +
                                        " has problems:\n  line 1: names must be true or false\n" +
-                                       greeting + mode_question("watch") +
-                                       detection_question("none") + wrote() + next_step);
+                                       dialogue(sandbox.config_file()));
 }
 
 TEST_F(Entry, what_was_printed_before_an_abort_is_not_lost) {
   write_file(sandbox.root() / "file", "not a directory");
   const std::string state_dir = (sandbox.root() / "file/state").string();
-  sandbox.configure("state_dir: " + state_dir + "\n");
+  sandbox.configure("mode: off\nstate_dir: " + state_dir + "\n");
   const Outcome mode = sandbox.velun({"mode", "watch"});
   EXPECT_EQ(mode.signal, SIGABRT);
-  EXPECT_EQ(mode.out, wrote());
+  EXPECT_EQ(mode.out, sandbox.wrote());
+  EXPECT_EQ(read_file(sandbox.config_file()),
+            sandbox.rendering("watch", "", "state_dir: " + state_dir + "\n"));
   const Outcome restart = sandbox.velun({"restart"});
   EXPECT_EQ(restart.signal, SIGABRT);
   EXPECT_EQ(restart.out, "not running\n");
