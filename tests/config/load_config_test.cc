@@ -28,16 +28,6 @@ class LoadConfig : public ::testing::Test {
   Sandbox sandbox;
 };
 
-TEST_F(LoadConfig, empty_xdg_variables_are_ignored) {
-  sandbox.environment["XDG_CONFIG_HOME"] = "";
-  expect_missing(sandbox.velun({"config"}), sandbox.home() / ".config/velun/velun.yaml");
-}
-
-TEST_F(LoadConfig, an_empty_home_gives_a_path_in_the_working_directory) {
-  sandbox.environment["HOME"] = "";
-  expect_missing(sandbox.velun({"config"}), ".config/velun/velun.yaml");
-}
-
 TEST_F(LoadConfig, the_path_is_written_byte_for_byte_without_quotes) {
   const std::string path = sandbox.root() / "my \"own\"\\ \xff.yaml";
   expect_missing(show(path), path);
