@@ -109,7 +109,8 @@ TEST(LogReport, prints_text_as_it_was_received) {
 }
 
 TEST(LogReport, keeps_a_zero_byte_in_a_text) {
-  expect_report(R"({"entries":[{"app":"a\u0000b"}]})", std::string("a\0b      0 ms\n", 14));
+  expect_report(R"({"entries":[{"app":"a\u0000b","model":"\u0000m","outcome":"o\u0000"}]})",
+                std::string("a\0b  \0m  o\0  0 ms\n", 18));
 }
 
 TEST(LogReport, neither_pads_nor_cuts_a_field) {
