@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <exception>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,18 +20,6 @@ struct Row {
 
 void expect_report(const std::string& answer, const std::string& report) {
   EXPECT_EQ(log_report(answer).value_or("(nothing)"), report) << answer.substr(0, 200);
-}
-
-void expect_type_error(const std::vector<std::string>& answers) {
-  for (const std::string& answer : answers) {
-    SCOPED_TRACE(answer.substr(0, 200));
-    try {
-      log_report(answer);
-      ADD_FAILURE() << "there is a report";
-    } catch (const std::exception& error) {
-      EXPECT_EQ(std::string(error.what()).substr(0, 27), "[json.exception.type_error.");
-    }
-  }
 }
 
 TEST(LogReport, has_a_line_for_every_entry_in_the_order_of_the_answer) {
@@ -140,38 +127,40 @@ TEST(LogReport, does_not_exist_for_what_is_not_json) {
 }
 
 TEST(LogReport, of_json_that_is_no_object_raises_the_librarys_type_error) {
-  expect_type_error({"null", "true", "1", "1.5", "\"entries\"", "[]", R"([{"entries":[]}])"});
+  expect_type_error(log_report,
+                    {"null", "true", "1", "1.5", "\"entries\"", "[]", R"([{"entries":[]}])"});
 }
 
 TEST(LogReport, of_entries_that_hold_no_objects_raises_the_librarys_type_error) {
-  expect_type_error({R"({"entries":"text"})", R"({"entries":""})", R"({"entries":1})",
-                     R"({"entries":0})", R"({"entries":1.5})", R"({"entries":true})",
-                     R"({"entries":false})"});
+  expect_type_error(log_report, {R"({"entries":"text"})", R"({"entries":""})", R"({"entries":1})",
+                                 R"({"entries":0})", R"({"entries":1.5})", R"({"entries":true})",
+                                 R"({"entries":false})"});
 }
 
 TEST(LogReport, of_an_entry_that_is_no_object_raises_the_librarys_type_error) {
   for (const std::string entry :
        {"null", "true", "1", "1.5", "\"app\"", "[]", R"([{"app":"a"}])"}) {
-    expect_type_error({R"({"entries":[)" + entry + "]}", R"({"entries":{"key":)" + entry + "}}",
+    expect_type_error(log_report,
+                      {R"({"entries":[)" + entry + "]}", R"({"entries":{"key":)" + entry + "}}",
                        R"({"entries":[{"app":"a"},)" + entry + "]}"});
   }
 }
 
 TEST(LogReport, of_an_entry_that_is_itself_the_value_of_a_key_reads_no_members_of_entries) {
-  expect_type_error({R"({"entries":{"app":"a","model":"m"}})"});
+  expect_type_error(log_report, {R"({"entries":{"app":"a","model":"m"}})"});
 }
 
 TEST(LogReport, of_a_text_member_of_another_type_raises_the_librarys_type_error) {
   for (const std::string member : {"app", "model", "outcome"}) {
     for (const std::string value : {"null", "true", "1", "1.5", "[]", "{}", "[\"a\"]"}) {
-      expect_type_error({"{\"entries\":[{\"" + member + "\":" + value + "}]}"});
+      expect_type_error(log_report, {"{\"entries\":[{\"" + member + "\":" + value + "}]}"});
     }
   }
 }
 
 TEST(LogReport, of_a_duration_that_is_no_number_raises_the_librarys_type_error) {
   for (const std::string value : {"null", "\"812\"", "\"\"", "[]", "[812]", "{}"}) {
-    expect_type_error({"{\"entries\":[{\"duration_ms\":" + value + "}]}"});
+    expect_type_error(log_report, {"{\"entries\":[{\"duration_ms\":" + value + "}]}"});
   }
 }
 
@@ -180,12 +169,12 @@ TEST(LogReport, is_not_troubled_by_a_hundred_thousand_levels) {
     expect_report("{\"entries\":[{\"app\":\"a\",\"extra\":" + deep + "}]}", "a      0 ms\n");
     expect_report("{\"extra\":" + deep + "}", no_requests);
     expect_report("{\"entries\":[],\"extra\":" + deep + "}", no_requests);
-    expect_type_error({"{\"entries\":[{\"app\":" + deep + "}]}",
-                       "{\"entries\":[{\"duration_ms\":" + deep + "}]}",
-                       "{\"entries\":[{},[" + deep + "]]}", "[" + deep + "]"});
+    expect_type_error(log_report, {"{\"entries\":[{\"app\":" + deep + "}]}",
+                                   "{\"entries\":[{\"duration_ms\":" + deep + "}]}",
+                                   "{\"entries\":[{},[" + deep + "]]}", "[" + deep + "]"});
     EXPECT_EQ(log_report("{\"entries\":" + deep.substr(0, 100'000)), std::nullopt);
   }
-  expect_type_error({"{\"entries\":" + nested_arrays(100'000) + "}"});
+  expect_type_error(log_report, {"{\"entries\":" + nested_arrays(100'000) + "}"});
 }
 
 TEST(LogReport, takes_a_deeply_nested_object_for_an_entry_like_any_other) {

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <exception>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,18 +24,6 @@ std::string stats_text(const std::string& requests, const std::string& entities,
 
 void expect_report(const std::string& answer, const std::string& report) {
   EXPECT_EQ(stats_report(answer).value_or("(nothing)"), report) << answer;
-}
-
-void expect_type_error(const std::vector<std::string>& answers) {
-  for (const std::string& answer : answers) {
-    SCOPED_TRACE(answer.substr(0, 200));
-    try {
-      stats_report(answer);
-      ADD_FAILURE() << "there is a report";
-    } catch (const std::exception& error) {
-      EXPECT_EQ(std::string(error.what()).substr(0, 27), "[json.exception.type_error.");
-    }
-  }
 }
 
 TEST(StatsReport, shows_the_four_counters_in_their_order) {
@@ -171,14 +158,15 @@ TEST(StatsReport, does_not_exist_for_what_is_not_json) {
 }
 
 TEST(StatsReport, of_json_that_is_no_object_raises_the_librarys_type_error) {
-  expect_type_error({"null", "true", "1", "1.5", "\"requests\"", "[]", R"([{"requests":1}])"});
+  expect_type_error(stats_report,
+                    {"null", "true", "1", "1.5", "\"requests\"", "[]", R"([{"requests":1}])"});
 }
 
 TEST(StatsReport, of_a_counter_that_is_no_number_raises_the_librarys_type_error) {
   for (const std::string member :
        {"requests", "entities_protected", "blocked_requests", "cost_micros"}) {
     for (const std::string value : {"null", "\"1\"", "\"\"", "[]", "[1]", "{}"}) {
-      expect_type_error({"{\"" + member + "\":" + value + "}"});
+      expect_type_error(stats_report, {"{\"" + member + "\":" + value + "}"});
     }
   }
 }
@@ -186,10 +174,11 @@ TEST(StatsReport, of_a_counter_that_is_no_number_raises_the_librarys_type_error)
 TEST(StatsReport, is_not_troubled_by_a_hundred_thousand_levels) {
   for (const std::string& deep : {nested_arrays(100'000), nested_objects(100'000)}) {
     expect_report("{\"requests\":1,\"extra\":" + deep + "}", stats_text("1", "0", "0", "0"));
-    expect_type_error({"{\"requests\":" + deep + "}", "{\"cost_micros\":" + deep + "}"});
+    expect_type_error(stats_report,
+                      {"{\"requests\":" + deep + "}", "{\"cost_micros\":" + deep + "}"});
     EXPECT_EQ(stats_report(deep.substr(0, 100'000)), std::nullopt);
   }
-  expect_type_error({nested_arrays(100'000)});
+  expect_type_error(stats_report, {nested_arrays(100'000)});
 }
 
 }  // namespace

@@ -2,7 +2,11 @@
 // every other path.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <exception>
 #include <string>
+#include <vector>
 
 #include "tests/support/loopback_server.h"
 
@@ -18,6 +22,20 @@ inline LoopbackServer::Handler healthy_with(const Reply& report) {
 /// The same for a well-formed answer with status 200.
 inline LoopbackServer::Handler healthy_with(const std::string& body) {
   return healthy_with(answer(200, body));
+}
+
+/// Expects of each answer that making a report of it raises the JSON library's type error.
+template <typename Report>
+void expect_type_error(const Report& report, const std::vector<std::string>& answers) {
+  for (const std::string& answer : answers) {
+    SCOPED_TRACE(answer.substr(0, 200));
+    try {
+      report(answer);
+      ADD_FAILURE() << "there is a report";
+    } catch (const std::exception& error) {
+      EXPECT_EQ(std::string(error.what()).substr(0, 27), "[json.exception.type_error.");
+    }
+  }
 }
 
 /// `levels` arrays, one inside the other, as JSON text.
