@@ -95,29 +95,13 @@ TEST(RoundTrip, a_rendered_record_reads_back_to_the_same_record) {
   }
 }
 
-TEST(RoundTrip, a_rendering_of_what_was_read_back_is_the_same_text) {
-  for (unsigned seed = 1; seed <= 500; ++seed) {
-    const std::string text = render_config(Generator(seed).config());
-    ASSERT_EQ(render_config(judge(text).config), text) << "seed " << seed;
-  }
-}
-
-TEST(RoundTrip, outer_blanks_and_tabs_of_a_directory_survive) {
-  for (const char* directory :
-       {" /srv/state", "/srv/state ", " ", "\t", "/srv/st\tate", "\t/s\t"}) {
+TEST(RoundTrip, outer_blanks_tabs_and_text_that_looks_quoted_survive) {
+  for (const char* directory : {" /srv/state", "/srv/state ", " ", "\t", "/srv/st\tate", "\t/s\t",
+                                "'/srv/state'", "\"/srv/state\"", "'", "\"", "\"\"", "''", "'a"}) {
     Config config;
     config.state_dir = directory;
     EXPECT_EQ(reread(config).problems, "");
-    EXPECT_EQ(reread(config).config.state_dir, directory);
-  }
-}
-
-TEST(RoundTrip, text_that_looks_quoted_survives) {
-  for (const char* directory : {"'/srv/state'", "\"/srv/state\"", "'", "\"", "\"\"", "''", "'a"}) {
-    Config config;
-    config.state_dir = directory;
-    EXPECT_EQ(reread(config).problems, "");
-    EXPECT_EQ(reread(config).config.state_dir, directory);
+    EXPECT_EQ(reread(config).config, config) << directory;
   }
 }
 
