@@ -15,57 +15,53 @@ class SetupFile : public SetupDialogue {};
 
 TEST_F(SetupFile, offers_the_configured_mode_and_model_and_empty_answers_keep_both) {
   give_file("mode: protect\nmodel_dir: /data/m\n");
-  EXPECT_EQ(seen(given("\n\n")), success(transcript("protect", "/data/m")));
-  EXPECT_EQ(file(), written("protect", "model_dir: /data/m\n"));
+  expect_dialogue("\n\n", transcript("protect", "/data/m"),
+                  written("protect", "model_dir: /data/m\n"));
 }
 
 TEST_F(SetupFile, offers_the_configured_engine_and_an_empty_answer_keeps_it) {
   give_file("endpoint_url: \"http://engine:9000\"\n");
-  EXPECT_EQ(given("\n\n").out, transcript("watch", "http://engine:9000"));
-  EXPECT_EQ(file(), written("watch", "endpoint_url: \"http://engine:9000\"\n"));
+  expect_dialogue("\n\n", transcript("watch", "http://engine:9000"),
+                  written("watch", "endpoint_url: \"http://engine:9000\"\n"));
 }
 
 TEST_F(SetupFile, offers_watch_for_the_old_word_monitor) {
   give_file("mode: monitor\n");
-  EXPECT_EQ(given("\n\n").out, transcript("watch", "none"));
-  EXPECT_EQ(file(), written("watch"));
+  expect_dialogue("\n\n", transcript("watch", "none"), written("watch"));
 }
 
 TEST_F(SetupFile, none_removes_a_configured_model) {
   give_file("model_dir: /data/m\n");
-  EXPECT_EQ(given("\nnone\n").out, transcript("watch", "/data/m"));
-  EXPECT_EQ(file(), written("watch"));
+  expect_dialogue("\nnone\n", transcript("watch", "/data/m"), written("watch"));
 }
 
 TEST_F(SetupFile, none_removes_a_configured_engine) {
   give_file("endpoint_url: http://engine\n");
-  EXPECT_EQ(given("\nnone\n").out, transcript("watch", "http://engine"));
-  EXPECT_EQ(file(), written("watch"));
+  expect_dialogue("\nnone\n", transcript("watch", "http://engine"), written("watch"));
 }
 
 TEST_F(SetupFile, an_engine_replaces_a_configured_model) {
   give_file("model_dir: /data/m\n");
-  EXPECT_EQ(given("\nhttps://engine\n").out, transcript("watch", "/data/m"));
-  EXPECT_EQ(file(), written("watch", "endpoint_url: \"https://engine\"\n"));
+  expect_dialogue("\nhttps://engine\n", transcript("watch", "/data/m"),
+                  written("watch", "endpoint_url: \"https://engine\"\n"));
 }
 
 TEST_F(SetupFile, a_model_replaces_a_configured_engine) {
   give_file("endpoint_url: http://engine\n");
-  EXPECT_EQ(given("\n/data/m\n").out, transcript("watch", "http://engine"));
-  EXPECT_EQ(file(), written("watch", "model_dir: /data/m\n"));
+  expect_dialogue("\n/data/m\n", transcript("watch", "http://engine"),
+                  written("watch", "model_dir: /data/m\n"));
 }
 
 // An offer that is taken goes the way of a typed answer.
 TEST_F(SetupFile, a_kept_model_whose_path_begins_with_http_becomes_an_engine) {
   give_file("model_dir: httpdocs/m\n");
-  EXPECT_EQ(given("\n\n").out, transcript("watch", "httpdocs/m"));
-  EXPECT_EQ(file(), written("watch", "endpoint_url: httpdocs/m\n"));
+  expect_dialogue("\n\n", transcript("watch", "httpdocs/m"),
+                  written("watch", "endpoint_url: httpdocs/m\n"));
 }
 
 TEST_F(SetupFile, a_kept_model_named_none_is_cleared) {
   give_file("mode: protect\nmodel_dir: none\n");
-  EXPECT_EQ(given("\n\n").out, transcript("protect", "none", protect_warning));
-  EXPECT_EQ(file(), written("protect"));
+  expect_dialogue("\n\n", transcript("protect", "none", protect_warning), written("protect"));
 }
 
 TEST_F(SetupFile, the_keys_that_are_not_asked_about_are_written_back) {
@@ -73,13 +69,12 @@ TEST_F(SetupFile, the_keys_that_are_not_asked_about_are_written_back) {
       "# mine\nintercept_port: 9004\nintercept_apps: [claude-desktop, chatgpt]\nnames: no\n"
       "state_dir: '/srv/a b #1'\ncontrol_port: 9003\nopenai_port: 9002\nanthropic_port: 9001\n"
       "mode: watch\n");
-  EXPECT_EQ(given("off\n/data/m\n").out, transcript("watch", "none"));
-  EXPECT_EQ(file(),
-            "# Velun CLI configuration. `velun help config` documents every key.\n"
-            "mode: off\nmodel_dir: /data/m\n"
-            "anthropic_port: 9001\nopenai_port: 9002\ncontrol_port: 9003\n"
-            "state_dir: \"/srv/a b #1\"\nnames: false\n"
-            "intercept_apps: [claude-desktop, chatgpt]\nintercept_port: 9004\n");
+  expect_dialogue("off\n/data/m\n", transcript("watch", "none"),
+                  "# Velun CLI configuration. `velun help config` documents every key.\n"
+                  "mode: off\nmodel_dir: /data/m\n"
+                  "anthropic_port: 9001\nopenai_port: 9002\ncontrol_port: 9003\n"
+                  "state_dir: \"/srv/a b #1\"\nnames: false\n"
+                  "intercept_apps: [claude-desktop, chatgpt]\nintercept_port: 9004\n");
 }
 
 TEST_F(SetupFile, the_good_keys_of_a_faulty_file_are_offered_and_the_rest_is_reported) {

@@ -13,57 +13,42 @@ namespace velun::test {
 namespace {
 
 TEST_F(SetupDialogue, asks_two_questions_and_writes_the_first_file) {
-  EXPECT_EQ(seen(given("off\n/data/m\n")), success(transcript("watch", "none")));
-  EXPECT_EQ(file(), written("off", "model_dir: /data/m\n"));
+  expect_dialogue("off\n/data/m\n", transcript("watch", "none"),
+                  written("off", "model_dir: /data/m\n"));
 }
 
 TEST_F(SetupDialogue, each_mode_word_is_an_answer) {
   for (const std::string mode : {"off", "watch", "protect"}) {
-    EXPECT_EQ(given(mode + "\n/data/m\n").status, 0);
-    EXPECT_EQ(file(), written(mode, "model_dir: /data/m\n"));
+    expect_dialogue(mode + "\nhttp\n", transcript("watch", "none"),
+                    written(mode, "endpoint_url: http\n"));
+    std::filesystem::remove(sandbox.config_file());
   }
 }
 
-TEST_F(SetupDialogue, empty_lines_take_both_offers) {
-  const Outcome run = given("\n\n");
-  EXPECT_EQ(run.out, transcript("watch", "none"));
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(file(), written("watch"));
-}
-
 TEST_F(SetupDialogue, an_input_without_a_line_takes_both_offers) {
-  EXPECT_EQ(seen(given("")), success(transcript("watch", "none")));
-  EXPECT_EQ(file(), written("watch"));
+  expect_dialogue("", transcript("watch", "none"), written("watch"));
 }
 
-TEST_F(SetupDialogue, a_closed_input_takes_both_offers) {
+TEST_F(SetupDialogue, a_closed_or_unreadable_input_takes_both_offers) {
   give_file("mode: protect\nmodel_dir: /data/m\n");
-  RunOptions options;
-  options.in_child = [] { close(0); };
-  EXPECT_EQ(seen(sandbox.velun({"setup"}, options)), success(transcript("protect", "/data/m")));
-  EXPECT_EQ(file(), written("protect", "model_dir: /data/m\n"));
-}
-
-TEST_F(SetupDialogue, an_input_that_cannot_be_read_takes_both_offers) {
-  RunOptions options;
-  options.in_child = [] { dup2(open("/", O_RDONLY), 0); };
-  const Outcome run = sandbox.velun({"setup"}, options);
-  EXPECT_EQ(run.out, transcript("watch", "none"));
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(file(), written("watch"));
+  for (const bool closed : {false, true}) {
+    RunOptions options;
+    options.in_child = [&] { closed ? close(0) : dup2(open("/", O_RDONLY), 0); };
+    EXPECT_EQ(seen(sandbox.velun({"setup"}, options)), success(transcript("protect", "/data/m")));
+    EXPECT_EQ(file(), written("protect", "model_dir: /data/m\n"));
+  }
 }
 
 TEST_F(SetupDialogue, an_input_that_ends_behind_the_first_answer_takes_the_second_offer) {
   give_file("endpoint_url: http://engine\n");
-  EXPECT_EQ(given("off\n").out, transcript("watch", "http://engine"));
-  EXPECT_EQ(file(), written("off", "endpoint_url: \"http://engine\"\n"));
+  expect_dialogue("off\n", transcript("watch", "http://engine"),
+                  written("off", "endpoint_url: \"http://engine\"\n"));
 }
 
 TEST_F(SetupDialogue, a_last_line_without_its_newline_is_an_answer) {
-  EXPECT_EQ(given("off").out, transcript("watch", "none"));
-  EXPECT_EQ(file(), written("off"));
-  EXPECT_EQ(given("watch\n/data/m").out, transcript("off", "none"));
-  EXPECT_EQ(file(), written("watch", "model_dir: /data/m\n"));
+  expect_dialogue("off", transcript("watch", "none"), written("off"));
+  expect_dialogue("watch\n/data/m", transcript("off", "none"),
+                  written("watch", "model_dir: /data/m\n"));
 }
 
 TEST_F(SetupDialogue, an_answer_that_is_not_exactly_a_mode_is_refused_and_asked_again) {
@@ -73,21 +58,21 @@ TEST_F(SetupDialogue, an_answer_that_is_not_exactly_a_mode_is_refused_and_asked_
         std::string("Watch"), std::string("OFF"), std::string("Protect"), std::string("monitor"),
         std::string("none"), std::string("off|watch"), std::string("watchx"), std::string("wat"),
         std::string("`"), std::string("\xff\xfe"), std::string("off\0", 4)}) {
-    EXPECT_EQ(seen(given(word + "\noff\nnone\n")),
-              success(greeting + mode_question("watch") + refusal(word) + mode_question("watch") +
-                      detection_question("none") + sandbox.wrote() + next_step));
-    EXPECT_EQ(file(), written("off"));
+    expect_dialogue(word + "\noff\nnone\n",
+                    greeting + mode_question("watch") + refusal(word) + mode_question("watch") +
+                        detection_question("none") + sandbox.wrote() + next_step,
+                    written("off"));
     std::filesystem::remove(sandbox.config_file());
   }
 }
 
 TEST_F(SetupDialogue, a_refused_answer_leaves_the_offer_as_it_was) {
   give_file("mode: protect\n");
-  const Outcome run = given("watch off\n\n/data/m\n");
-  EXPECT_EQ(run.out, greeting + mode_question("protect") + refusal("watch off") +
-                         mode_question("protect") + detection_question("none") + sandbox.wrote() +
-                         next_step);
-  EXPECT_EQ(file(), written("protect", "model_dir: /data/m\n"));
+  expect_dialogue("watch off\n\n/data/m\n",
+                  greeting + mode_question("protect") + refusal("watch off") +
+                      mode_question("protect") + detection_question("none") + sandbox.wrote() +
+                      next_step,
+                  written("protect", "model_dir: /data/m\n"));
 }
 
 TEST_F(SetupDialogue, the_mode_is_asked_for_as_often_as_it_takes) {
@@ -97,19 +82,15 @@ TEST_F(SetupDialogue, the_mode_is_asked_for_as_often_as_it_takes) {
     input += "no" + std::to_string(i) + "\n";
     out += mode_question("watch") + refusal("no" + std::to_string(i));
   }
-  const Outcome run = given(input + "off\n\n");
-  EXPECT_EQ(run.out, out + mode_question("watch") + detection_question("none") + sandbox.wrote() +
-                         next_step);
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(file(), written("off"));
+  out += mode_question("watch") + detection_question("none") + sandbox.wrote() + next_step;
+  expect_dialogue(input + "off\n\n", out, written("off"));
 }
 
 TEST_F(SetupDialogue, an_input_that_ends_behind_a_refused_answer_takes_the_offer) {
-  const Outcome run = given("quiet");
-  EXPECT_EQ(run.out, greeting + mode_question("watch") + refusal("quiet") + mode_question("watch") +
-                         detection_question("none") + sandbox.wrote() + next_step);
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(file(), written("watch"));
+  expect_dialogue("quiet",
+                  greeting + mode_question("watch") + refusal("quiet") + mode_question("watch") +
+                      detection_question("none") + sandbox.wrote() + next_step,
+                  written("watch"));
 }
 
 struct Detection {
@@ -151,9 +132,8 @@ const std::vector<Detection> detections = {
 
 TEST_F(SetupDialogue, the_detection_answer_is_told_apart_by_its_first_four_characters) {
   for (const Detection& row : detections) {
-    EXPECT_EQ(seen(given("watch\n" + row.answer + "\n")), success(transcript("watch", "none")))
-        << row.answer;
-    EXPECT_EQ(file(), written("watch", row.line)) << row.answer;
+    expect_dialogue("watch\n" + row.answer + "\n", transcript("watch", "none"),
+                    written("watch", row.line));
     std::filesystem::remove(sandbox.config_file());
   }
 }
@@ -165,32 +145,19 @@ TEST_F(SetupDialogue, a_long_answer_is_kept_whole) {
 }
 
 TEST_F(SetupDialogue, protect_without_detection_is_warned_about_and_written) {
-  EXPECT_EQ(seen(given("protect\nnone\n")), success(transcript("watch", "none", protect_warning)));
-  EXPECT_EQ(file(), written("protect"));
+  expect_dialogue("protect\nnone\n", transcript("watch", "none", protect_warning),
+                  written("protect"));
 }
 
 TEST_F(SetupDialogue, protect_with_either_detection_is_not_warned_about) {
   EXPECT_EQ(given("protect\n/data/m\n").out, transcript("watch", "none"));
-  EXPECT_EQ(given("protect\nhttp://engine\n").out, transcript("protect", "/data/m"));
-  EXPECT_EQ(file(), written("protect", "endpoint_url: \"http://engine\"\n"));
-}
-
-TEST_F(SetupDialogue, the_other_modes_without_detection_are_not_warned_about) {
-  EXPECT_EQ(given("watch\nnone\n").out, transcript("watch", "none"));
-  EXPECT_EQ(given("off\nnone\n").out, transcript("watch", "none"));
-}
-
-TEST_F(SetupDialogue, protect_that_loses_its_model_is_warned_about) {
-  give_file("mode: protect\nmodel_dir: /data/m\n");
-  EXPECT_EQ(given("\nnone\n").out, greeting + mode_question("protect") +
-                                       detection_question("/data/m") + protect_warning +
-                                       sandbox.wrote() + next_step);
-  EXPECT_EQ(file(), written("protect"));
+  expect_dialogue("protect\nhttp://engine\n", transcript("protect", "/data/m"),
+                  written("protect", "endpoint_url: \"http://engine\"\n"));
 }
 
 TEST_F(SetupDialogue, lines_behind_the_two_answers_are_not_read) {
-  EXPECT_EQ(given("off\nnone\nprotect\nhttp://engine\n").out, transcript("watch", "none"));
-  EXPECT_EQ(file(), written("off"));
+  expect_dialogue("off\nnone\nprotect\nhttp://engine\n", transcript("watch", "none"),
+                  written("off"));
 }
 
 TEST_F(SetupDialogue, a_question_is_out_before_its_answer_is_read) {
@@ -247,26 +214,6 @@ TEST_F(SetupOnATerminal, the_cursor_waits_behind_each_question) {
                   "none\n" + protect_warning + sandbox.wrote() + next_step));
   expect_success(pid);
   EXPECT_EQ(file(), written("protect"));
-}
-
-TEST_F(SetupOnATerminal, a_refused_answer_brings_the_same_question_again) {
-  const pid_t pid = begin();
-  for (const std::string word : {"Watch", " off", "help"}) {
-    ASSERT_TRUE(terminal.shows(mode_question("watch")));
-    terminal.type(word + "\n");
-    ASSERT_TRUE(terminal.shows(shown(refusal(word)) + mode_question("watch")));
-  }
-  terminal.type("\n");
-  ASSERT_TRUE(terminal.shows(detection_question("none")));
-  terminal.type("/data/m\n");
-  const std::string again = refusal("Watch") + mode_question("watch") + " off\n" + refusal(" off") +
-                            mode_question("watch") + "help\n" + refusal("help") +
-                            mode_question("watch") + "\n";
-  EXPECT_EQ(terminal.screen_at_the_end(),
-            shown(greeting + mode_question("watch") + "Watch\n" + again +
-                  detection_question("none") + "/data/m\n" + sandbox.wrote() + next_step));
-  expect_success(pid);
-  EXPECT_EQ(file(), written("watch", "model_dir: /data/m\n"));
 }
 
 TEST_F(SetupOnATerminal, the_end_of_input_key_takes_the_offers) {

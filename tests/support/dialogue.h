@@ -63,6 +63,13 @@ class SetupDialogue : public ::testing::Test {
     return dialogue(sandbox.config_file(), mode_offer, detection_offer, warning);
   }
 
+  /// Expects this output, a silent standard error, and this file for `input`.
+  void expect_dialogue(const std::string& input, const std::string& out,
+                       const std::string& content) {
+    EXPECT_EQ(seen(given(input)), success(out)) << "for the input:\n" << input;
+    EXPECT_EQ(file(), content) << "for the input:\n" << input;
+  }
+
   void give_file(const std::string& content) const { write_file(sandbox.config_file(), content); }
   std::string file() const { return read_file(sandbox.config_file()); }
 };
