@@ -39,20 +39,16 @@ TEST_F(Mode, refuses_every_other_word_and_touches_nothing) {
   EXPECT_EQ(read_file(sandbox.pid_file()), "4711 as it was");
 }
 
-TEST_F(Mode, off_while_nothing_runs_only_writes) {
-  sandbox.write_pid_file("4711 as it was");
+TEST_F(Mode, off_while_nothing_answers_only_writes_and_does_so_even_when_it_was_off) {
+  sandbox.configure("mode: off # as it was\n");
+  const Bystander bystander;
+  sandbox.write_pid_file(bystander.pid());
   const LoopbackServer control(sandbox.control_port(),
                                [](const std::string&) { return answer(503, ""); });
   EXPECT_EQ(seen(sandbox.velun({"mode", "off"})), success(sandbox.wrote()));
   expect_file("off");
   EXPECT_EQ(control.paths(), std::vector<std::string>{"/healthz"});
-  EXPECT_EQ(read_file(sandbox.pid_file()), "4711 as it was");
-}
-
-TEST_F(Mode, off_leaves_a_recorded_process_alone_when_nothing_answers) {
-  const Bystander bystander;
-  sandbox.write_pid_file(bystander.pid());
-  EXPECT_EQ(seen(sandbox.velun({"mode", "off"})), success(sandbox.wrote()));
+  EXPECT_EQ(read_file(sandbox.pid_file()), bystander.pid_text() + "\n");
   EXPECT_TRUE(bystander.alive());
 }
 
@@ -72,8 +68,9 @@ TEST_F(Mode, off_fails_at_a_foreign_daemon_and_stays_written) {
   expect_file("off");
 }
 
-TEST_F(Mode, watch_starts_a_stopped_daemon) {
+TEST_F(Mode, watch_starts_a_stopped_daemon_whatever_was_recorded) {
   sandbox.configure("mode: off\n");
+  sandbox.write_pid_file("stale");
   const ScriptedProgram daemon = install_daemon("forever");
   const LoopbackServer control = port_of_daemon(daemon);
   const Outcome run = sandbox.velun({"mode", "watch"});
@@ -92,15 +89,6 @@ TEST_F(Mode, protect_starts_a_stopped_daemon_without_asking_for_a_model) {
   expected.insert(expected.begin(), daemon.path());
   EXPECT_EQ(daemon.runs()[0].argv, expected);
   expect_file("protect");
-}
-
-TEST_F(Mode, a_stale_pid_file_does_not_keep_a_daemon_from_being_started) {
-  sandbox.write_pid_file("stale");
-  const ScriptedProgram daemon = install_daemon("forever");
-  const LoopbackServer control = port_of_daemon(daemon);
-  const Outcome run = sandbox.velun({"mode", "watch"});
-  ASSERT_EQ(daemon.runs().size(), 1U);
-  EXPECT_EQ(run.out, sandbox.wrote() + running_text(daemon.runs()[0].pid, "watch"));
 }
 
 TEST_F(Mode, protect_restarts_a_running_daemon_with_the_program_beside_the_tool) {
@@ -125,15 +113,9 @@ TEST_F(Mode, given_again_rewrites_the_file_and_restarts_the_daemon) {
   launch_recorded(daemon);
   const Outcome run = sandbox.velun({"mode", "watch"});
   ASSERT_EQ(daemon.runs().size(), 2U);
-  EXPECT_EQ(run.out, sandbox.wrote() + "stopped\n" + running_text(daemon.runs()[1].pid, "watch"));
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(run),
+            success(sandbox.wrote() + "stopped\n" + running_text(daemon.runs()[1].pid, "watch")));
   expect_file("watch");
-}
-
-TEST_F(Mode, given_again_rewrites_the_file_also_when_nothing_runs) {
-  sandbox.configure("mode: off # as it was\n");
-  EXPECT_EQ(sandbox.velun({"mode", "off"}).out, sandbox.wrote());
-  expect_file("off");
 }
 
 TEST_F(Mode, asks_for_the_daemon_after_the_file_is_written) {
@@ -165,12 +147,10 @@ TEST_F(Mode, keeps_the_other_keys) {
 
 TEST_F(Mode, protect_stays_written_when_the_start_is_refused) {
   sandbox.configure("model_dir: /does/not/exist\n");
-  const Outcome run = sandbox.velun({"mode", "protect"});
-  EXPECT_EQ(run.out, sandbox.wrote());
-  EXPECT_EQ(run.err,
-            "model_dir does not exist: /does/not/exist\n"
-            "`velun help model` explains how to get a model.\n");
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(sandbox.velun({"mode", "protect"})),
+            ended(1, sandbox.wrote(),
+                  "model_dir does not exist: /does/not/exist\n"
+                  "`velun help model` explains how to get a model.\n"));
   EXPECT_EQ(read_file(sandbox.config_file()),
             sandbox.rendering("protect", "model_dir: /does/not/exist\n"));
 }
