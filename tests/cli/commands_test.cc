@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "tests/support/dialogue.h"
 #include "tests/support/lifecycle.h"
 
 namespace velun::test {
@@ -94,10 +95,7 @@ TEST_F(Commands, each_word_reaches_its_handler_while_a_daemon_answers) {
 }
 
 TEST_F(Commands, setup_reaches_the_dialogue) {
-  const Outcome run = sandbox.velun({"setup"});
-  EXPECT_EQ(run.out.substr(0, run.out.find('\n')),
-            "Velun CLI setup — Enter keeps the value in brackets.");
-  EXPECT_EQ(run.status, 0);
+  expect({"setup"}, 0, dialogue(sandbox.config_file()), "");
 }
 
 TEST_F(Commands, a_usage_error_of_a_handler_ends_with_2) {

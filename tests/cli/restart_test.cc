@@ -94,12 +94,10 @@ TEST_F(Restart, has_stopped_the_daemon_when_the_start_is_refused) {
   const ScriptedProgram daemon = install_daemon("forever");
   const LoopbackServer control = port_of_daemon(daemon);
   const pid_t old = launch_recorded(daemon);
-  const Outcome run = sandbox.velun({"restart"});
-  EXPECT_EQ(run.out, "stopped\n");
-  EXPECT_EQ(run.err,
-            "model_dir does not exist: /does/not/exist\n"
-            "`velun help model` explains how to get a model.\n");
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(seen(sandbox.velun({"restart"})),
+            ended(1, "stopped\n",
+                  "model_dir does not exist: /does/not/exist\n"
+                  "`velun help model` explains how to get a model.\n"));
   EXPECT_FALSE(is_running(old));
 }
 
@@ -107,9 +105,8 @@ TEST_F(Restart, finds_a_daemon_that_came_up_behind_the_stop) {
   const ScriptedProgram daemon = install_daemon("forever");
   launch_recorded(daemon);
   const LoopbackServer control = answering_port();
-  const Outcome run = sandbox.velun({"restart"});
-  EXPECT_EQ(run.out, "stopped\nalready running on control port " + port_text() + "\n");
-  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(seen(sandbox.velun({"restart"})),
+            success("stopped\nalready running on control port " + port_text() + "\n"));
   EXPECT_EQ(daemon.runs().size(), 1U);
   EXPECT_FALSE(fs::exists(sandbox.pid_file()));
 }

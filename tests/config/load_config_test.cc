@@ -5,8 +5,8 @@
 #include <algorithm>
 
 #include "tests/support/config_text.h"
+#include "tests/support/dialogue.h"
 #include "tests/support/environment_variable.h"
-#include "tests/support/sandbox.h"
 
 namespace fs = std::filesystem;
 
@@ -60,32 +60,29 @@ TEST_F(LoadConfig, a_path_that_cannot_exist_is_no_configuration) {
 }
 
 TEST_F(LoadConfig, an_empty_file_is_valid) {
-  EXPECT_EQ(show("/dev/null").status, 0);
   write_file(sandbox.root() / "empty.yaml", "");
-  const Outcome run = show(sandbox.root() / "empty.yaml");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
+  for (const std::string path : {"/dev/null", "empty.yaml"}) {
+    EXPECT_EQ(seen(show(path)), success("file: " + path + "\n\n" + written("watch")));
+  }
 }
 
 TEST_F(LoadConfig, all_problems_are_reported_at_once_in_their_order) {
   write_file(sandbox.config_file(),
              "zzqxw: 1\nmodel_dir: /m\nendpoint_url: https://e\nmode: Watch\nmode: off\n"
              "anthropic_port: 0\n  names: no\nintercept_apps: [a\nnmes: no\n");
-  const Outcome run = sandbox.velun({"config"});
-  EXPECT_EQ(run.err,
-            sandbox.config_file().string() +
-                " has problems:\n"
-                "  line 5: duplicate key `mode`\n"
-                "  line 7: indentation is not part of this file's format (flat keys only)\n"
-                "  line 8: unterminated list\n"
-                "  line 6: anthropic_port must be a port between 1 and 65535\n"
-                "  line 4: mode must be off, watch or protect (got `Watch`)\n"
-                "  line 9: unknown key `nmes` — did you mean `names`?\n"
-                "  line 1: unknown key `zzqxw`\n"
-                "  model_dir and endpoint_url exclude each other — the daemon runs one detection "
-                "engine per launch\n");
-  EXPECT_EQ(run.out, "");
-  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(
+      seen(sandbox.velun({"config"})),
+      failure(sandbox.config_file().string() +
+              " has problems:\n"
+              "  line 5: duplicate key `mode`\n"
+              "  line 7: indentation is not part of this file's format (flat keys only)\n"
+              "  line 8: unterminated list\n"
+              "  line 6: anthropic_port must be a port between 1 and 65535\n"
+              "  line 4: mode must be off, watch or protect (got `Watch`)\n"
+              "  line 9: unknown key `nmes` — did you mean `names`?\n"
+              "  line 1: unknown key `zzqxw`\n"
+              "  model_dir and endpoint_url exclude each other — the daemon runs one detection "
+              "engine per launch\n"));
 }
 
 TEST_F(LoadConfig, a_long_file_is_read_whole) {
@@ -97,9 +94,9 @@ TEST_F(LoadConfig, a_long_file_is_read_whole) {
     const std::string head = text.substr(0, size - 1) + "\n";
     write_file(sandbox.config_file(), head + "color: red");
     const auto lines = 1 + std::count(head.begin(), head.end(), '\n');
-    EXPECT_EQ(sandbox.velun({"config"}).err, sandbox.config_file().string() +
-                                                 " has problems:\n  line " + std::to_string(lines) +
-                                                 ": unknown key `color`\n");
+    EXPECT_EQ(seen(sandbox.velun({"config"})),
+              failure(sandbox.config_file().string() + " has problems:\n  line " +
+                      std::to_string(lines) + ": unknown key `color`\n"));
   }
 }
 
