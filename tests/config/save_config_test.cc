@@ -1,7 +1,9 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "tests/support/dialogue.h"
 
@@ -130,6 +132,27 @@ TEST_F(SaveConfig, a_file_that_cannot_be_opened_is_said_to_be_written_all_the_sa
   options.as_nobody = true;
   EXPECT_EQ(seen(sandbox.velun({"mode", "off"}, options)), success(sandbox.wrote()));
   EXPECT_EQ(file(), before);
+}
+
+// Whoever reads the line of the save finds the file: velun is held up in writing that line by a
+// pipe that takes nothing more.
+TEST_F(SaveConfig, is_complete_on_disk_before_it_is_reported) {
+  sandbox.configure();
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  std::string filling(static_cast<std::size_t>(fcntl(ends[1], F_SETPIPE_SZ, 4096)), 'x');
+  const auto size = static_cast<ssize_t>(filling.size());
+  ASSERT_EQ(write(ends[1], filling.data(), filling.size()), size);
+  RunOptions options;
+  options.in_child = [&] { dup2(ends[1], STDOUT_FILENO); };
+  const pid_t velun = sandbox.start_velun({"mode", "off"}, options);
+  close(ends[1]);
+  EXPECT_TRUE(eventually([&] { return file() == sandbox.rendering("off"); })) << file();
+  EXPECT_TRUE(is_running(velun));
+  ASSERT_EQ(read(ends[0], filling.data(), filling.size()), size);
+  ASSERT_EQ(wait_for(velun, std::chrono::seconds(10)), 0);
+  EXPECT_EQ(read_file("/proc/self/fd/" + std::to_string(ends[0])), sandbox.wrote());
+  close(ends[0]);
 }
 
 // The limit is for all files of the process; the line of the save has room for a short path only.
