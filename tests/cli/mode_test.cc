@@ -136,15 +136,6 @@ TEST_F(Mode, asks_once_itself_and_lets_the_stop_ask_again) {
   EXPECT_EQ(control.paths(), (std::vector<std::string>{"/healthz", "/healthz"}));
 }
 
-TEST_F(Mode, keeps_the_other_keys) {
-  sandbox.configure(
-      "endpoint_url: http://engine\nintercept_apps: [chatgpt]\nintercept_port: 4242\n");
-  EXPECT_EQ(sandbox.velun({"mode", "off"}).status, 0);
-  EXPECT_EQ(read_file(sandbox.config_file()),
-            sandbox.rendering("off", "endpoint_url: \"http://engine\"\n", "",
-                              "intercept_apps: [chatgpt]\nintercept_port: 4242\n"));
-}
-
 TEST_F(Mode, protect_stays_written_when_the_start_is_refused) {
   sandbox.configure("model_dir: /does/not/exist\n");
   EXPECT_EQ(seen(sandbox.velun({"mode", "protect"})),

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "tests/support/dialogue.h"
 #include "tests/support/loopback_server.h"
 
@@ -7,6 +9,8 @@ namespace fs = std::filesystem;
 
 namespace velun::test {
 namespace {
+
+const std::string head = "# Velun CLI configuration. `velun help config` documents every key.\n";
 
 class ShowConfig : public ::testing::Test {
  protected:
@@ -27,21 +31,43 @@ TEST_F(ShowConfig, shows_what_is_in_effect_in_canonical_form_and_not_the_file) {
              "endpoint_url: https://engine.example:8443\r\nmode: monitor\r\n"
              "state_dir: '/srv/my state'\r\n");
   EXPECT_EQ(seen(sandbox.velun({"config"})),
-            success("file: " + file +
-                    "\n\n# Velun CLI configuration. `velun help config` documents every key.\n"
+            success("file: " + file + "\n\n" + head +
                     "mode: watch\nendpoint_url: \"https://engine.example:8443\"\n"
                     "anthropic_port: 8900\nopenai_port: 9102\ncontrol_port: 8902\n"
                     "state_dir: /srv/my state\nnames: false\n"
                     "intercept_apps: [claude-desktop, chatgpt]\nintercept_port: 8903\n"));
 }
 
-TEST_F(ShowConfig, shows_exactly_what_a_save_writes) {
-  sandbox.configure("model_dir: '/m: #1'\nintercept_apps: [a b]\n");
-  const std::string text = sandbox.rendering("off", "model_dir: \"/m: #1\"\n", "",
-                                             "intercept_apps: [a b]\nintercept_port: 8903\n");
-  ASSERT_EQ(sandbox.velun({"mode", "off"}).status, 0);
-  EXPECT_EQ(read_file(file), text);
-  EXPECT_EQ(sandbox.velun({"config"}).out, "file: " + file + "\n\n" + text);
+// The words in front of the colons, of lines as the file has them or as the help shows them.
+std::vector<std::string> keys_of(const std::string& text, const std::string& indentation) {
+  std::vector<std::string> keys;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with(indentation) && line.find(": ") != std::string::npos) {
+      keys.push_back(line.substr(indentation.size(), line.find(": ") - indentation.size()));
+    }
+  }
+  return keys;
+}
+
+// Each key with another value than its default, in the form and order of a save.
+TEST_F(ShowConfig, shows_every_documented_key_exactly_as_a_save_writes_it) {
+  const std::string model = "model_dir: \"/m: #1\"\n";
+  const std::string engine = "endpoint_url: httpd\n";
+  const std::string ports =
+      "anthropic_port: 1\nopenai_port: 2\ncontrol_port: " + std::to_string(sandbox.control_port()) +
+      "\n";
+  const std::string rest =
+      "state_dir: /s\nnames: false\nintercept_apps: [a b, c]\nintercept_port: 3\n";
+  for (const std::string& detection : {model, engine}) {
+    const std::string text = head + "mode: off\n" + detection + ports + rest;
+    write_file(file, text);
+    EXPECT_EQ(seen(sandbox.velun({"config"})), success("file: " + file + "\n\n" + text));
+    EXPECT_EQ(seen(sandbox.velun({"mode", "off"})), success(sandbox.wrote()));
+    EXPECT_EQ(read_file(file), text);
+  }
+  EXPECT_EQ(keys_of("mode: off\n" + model + engine + ports + rest, ""),
+            keys_of(sandbox.velun({"help", "config"}).out, "  "));
 }
 
 TEST_F(ShowConfig, shows_the_path_from_the_environment_as_it_stands) {

@@ -17,29 +17,32 @@ class Generator {
  public:
   explicit Generator(unsigned seed) : random_(seed) {}
 
+  // Every field by name, so that an eleventh one stops the build instead of going untested.
   Config config() {
-    Config config;
-    config.mode = pick({"off", "watch", "protect"});
-    config.anthropic_port = number(1, 65535);
-    config.openai_port = number(1, 65535);
-    config.control_port = number(1, 65535);
-    config.names = number(0, 1) == 1;
-    config.state_dir = scalar("");
+    Config result;
+    auto& [mode, model_dir, endpoint_url, anthropic_port, openai_port, control_port, state_dir,
+           names, intercept_apps, intercept_port] = result;
+    mode = pick({"off", "watch", "protect"});
+    for (int* port : {&anthropic_port, &openai_port, &control_port}) {
+      *port = number(1, 65535);
+    }
+    names = number(0, 1) == 1;
+    state_dir = scalar("");
     switch (number(0, 2)) {
       case 0:
-        config.model_dir = scalar("");
+        model_dir = scalar("");
         break;
       case 1:
-        config.endpoint_url = scalar("http");
+        endpoint_url = scalar("http");
         break;
       default:
         break;
     }
     if (number(0, 1) == 1) {
-      config.intercept_apps = items();
-      config.intercept_port = number(1, 65535);
+      intercept_apps = items();
+      intercept_port = number(1, 65535);
     }
-    return config;
+    return result;
   }
 
  private:

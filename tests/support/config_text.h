@@ -57,16 +57,17 @@ inline void expect_readings(const std::vector<TextCase>& rows) {
   }
 }
 
-/// All ten fields, each as "FIELD=VALUE\n".
+/// All ten fields, each as "FIELD=VALUE\n". An eleventh stops the build here.
 inline std::string fields_of(const Config& config) {
-  return "mode=" + config.mode + "\nmodel_dir=" + config.model_dir +
-         "\nendpoint_url=" + config.endpoint_url +
-         "\nanthropic_port=" + std::to_string(config.anthropic_port) +
-         "\nopenai_port=" + std::to_string(config.openai_port) +
-         "\ncontrol_port=" + std::to_string(config.control_port) +
-         "\nstate_dir=" + config.state_dir + "\nnames=" + (config.names ? "true" : "false") +
-         "\nintercept_apps=" + joined(config.intercept_apps, "|") +
-         "\nintercept_port=" + std::to_string(config.intercept_port) + "\n";
+  const auto& [mode, model_dir, endpoint_url, anthropic_port, openai_port, control_port, state_dir,
+               names, intercept_apps, intercept_port] = config;
+  return "mode=" + mode + "\nmodel_dir=" + model_dir + "\nendpoint_url=" + endpoint_url +
+         "\nanthropic_port=" + std::to_string(anthropic_port) +
+         "\nopenai_port=" + std::to_string(openai_port) +
+         "\ncontrol_port=" + std::to_string(control_port) + "\nstate_dir=" + state_dir +
+         "\nnames=" + (names ? "true" : "false") +
+         "\nintercept_apps=" + joined(intercept_apps, "|") +
+         "\nintercept_port=" + std::to_string(intercept_port) + "\n";
 }
 
 /// A record and the problems, each with "\n" behind it, that came with it.
