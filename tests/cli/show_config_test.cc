@@ -70,20 +70,6 @@ TEST_F(ShowConfig, shows_every_documented_key_exactly_as_a_save_writes_it) {
             keys_of(sandbox.velun({"help", "config"}).out, "  "));
 }
 
-TEST_F(ShowConfig, shows_the_path_from_the_environment_as_it_stands) {
-  sandbox.configure();
-  sandbox.environment["VELUN_CLI_CONFIG"] = "home/../home//.config/velun/velun.yaml";
-  EXPECT_EQ(sandbox.velun({"config"}).out,
-            "file: home/../home//.config/velun/velun.yaml\n\n" + sandbox.rendering("watch"));
-}
-
-TEST_F(ShowConfig, shows_a_path_with_blanks_and_quotes_undecorated) {
-  const std::string path = sandbox.root() / "my \"own\"\\ \xff.yaml";
-  write_file(path, "");
-  sandbox.environment["VELUN_CLI_CONFIG"] = path;
-  EXPECT_EQ(sandbox.velun({"config"}).out, "file: " + path + "\n\n" + written("watch"));
-}
-
 TEST_F(ShowConfig, writes_nothing_and_asks_no_daemon) {
   sandbox.configure("# mine\n");
   const std::string before = read_file(file);

@@ -28,14 +28,6 @@ class LoadConfig : public ::testing::Test {
   Sandbox sandbox;
 };
 
-TEST_F(LoadConfig, the_path_is_written_byte_for_byte_without_quotes) {
-  const std::string path = sandbox.root() / "my \"own\"\\ \xff.yaml";
-  expect_missing(show(path), path);
-  write_file(path, "x\n");
-  EXPECT_EQ(sandbox.velun({"config"}).err,
-            path + " has problems:\n  line 1: expected `key: value`\n");
-}
-
 TEST_F(LoadConfig, a_directory_is_no_configuration) {
   expect_missing(show(sandbox.root()), sandbox.root());
 }

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/dialogue.h"
 #include "tests/support/environment_variable.h"
-#include "tests/support/sandbox.h"
 
 namespace fs = std::filesystem;
 
@@ -187,6 +187,41 @@ TEST_F(InTheStateDir, asking_for_a_location_creates_nothing) {
   read_control_token(config);
   EXPECT_EQ(names_in(sandbox.root()), std::vector<std::string>{"home"});
   EXPECT_EQ(names_in(sandbox.home()), std::vector<std::string>{});
+}
+
+// Every command that uses the config file's path or shows it.
+class ConfigFileInUse : public SetupDialogue {
+ protected:
+  void expect_path_everywhere(const std::string& path) {
+    const auto expect = [&](const std::string& word, const std::string& outcome) {
+      EXPECT_EQ(seen(sandbox.velun({word, "off"})), outcome) << word;
+    };
+    const fs::path place = sandbox.root() / path;
+    expect("config", success("file: " + path + "\n\n" + sandbox.rendering("watch")));
+    expect("mode", success("wrote " + path + "\n"));
+    EXPECT_EQ(read_file(place), sandbox.rendering("off"));
+    write_file(place, "names\n");
+    expect("status", failure(path + " has problems:\n  line 1: expected `key: value`\n"));
+    fs::remove(place);
+    expect("status", failure("no configuration at " + path + " — run `velun setup` first\n"));
+    expect("setup", success(dialogue(path)));
+    EXPECT_EQ(read_file(place), written("watch"));
+  }
+};
+
+TEST_F(ConfigFileInUse, below_a_home_of_any_bytes_is_shown_byte_for_byte) {
+  sandbox.configure();
+  const fs::path home = sandbox.root() / "my \"own\"\\ \xff\xc3\n home";
+  fs::rename(sandbox.home(), home);
+  sandbox.environment["HOME"] = home;
+  expect_path_everywhere(home / ".config/velun/velun.yaml");
+}
+
+TEST_F(ConfigFileInUse, from_the_environment_is_shown_as_it_stands) {
+  sandbox.configure();
+  const std::string path = "home/../home//.config/./velun/velun.yaml";
+  sandbox.environment["VELUN_CLI_CONFIG"] = path;
+  expect_path_everywhere(path);
 }
 
 }  // namespace

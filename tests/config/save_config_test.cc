@@ -60,11 +60,6 @@ TEST_F(SaveConfig, writes_into_the_working_directory_when_the_path_has_no_direct
   expect_defaults_at("bare.yaml");
 }
 
-TEST_F(SaveConfig, reports_the_path_as_it_stands_without_quotes) {
-  expect_defaults_at("my \"own\"\\ \xff.yaml");
-  expect_defaults_at("home/.././/other.yaml");
-}
-
 TEST_F(SaveConfig, rewrites_a_file_in_place_and_keeps_its_permissions) {
   sandbox.configure();
   fs::create_hard_link(target, sandbox.root() / "twin");
