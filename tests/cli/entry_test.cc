@@ -8,6 +8,7 @@
 
 #include "tests/support/dialogue.h"
 #include "tests/support/lifecycle.h"
+#include "tests/support/report_server.h"
 
 namespace fs = std::filesystem;
 
@@ -211,6 +212,45 @@ TEST_F(Entry, what_was_printed_before_an_abort_is_not_lost) {
   const Outcome restart = sandbox.velun({"restart"});
   EXPECT_EQ(restart.signal, SIGABRT);
   EXPECT_EQ(restart.out, "not running\n");
+}
+
+// A locale of its own making, as none with a decimal comma need be installed.
+class EntryInALocale : public Entry {
+ protected:
+  EntryInALocale() {
+    write_file(locales / "charmap",
+               "<escape_char> /\nCHARMAP\n<U0000>..<U007F> /x00\nEND CHARMAP\n");
+    write_file(locales / "source",
+               "LC_CTYPE\nEND LC_CTYPE\nLC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\n"
+               "grouping 3;3\nEND LC_NUMERIC\n");
+    shell("cd '" + locales.string() + "' && localedef -c -f ./charmap -i ./source ./comma");
+  }
+
+  std::string shell(const std::string& command) {
+    RunOptions options;
+    options.program = "/bin/sh";
+    return sandbox.velun({"-c", command}, options).out;
+  }
+
+  const fs::path locales = sandbox.root() / "locales";
+};
+
+TEST_F(EntryInALocale, no_number_changes_its_form) {
+  sandbox.configure();
+  const LoopbackServer control(sandbox.control_port(),
+                               healthy_with(R"({"requests":1234567,"cost_micros":1234567.5})"));
+  const auto numbers = [&] {
+    fs::remove_all(sandbox.models_dir());
+    return seen(sandbox.velun({"stats"})) + seen(sandbox.velun({"model", "fetch"}));
+  };
+  const ScriptedProgram curl = install_curl(sandbox, "output []");
+  const std::string usual = numbers();
+  sandbox.environment["LC_ALL"] = "de_DE.UTF-8";
+  EXPECT_EQ(numbers(), usual);
+  sandbox.environment["LOCPATH"] = locales;
+  sandbox.environment["LC_ALL"] = "comma";
+  ASSERT_EQ(shell("exec /usr/bin/printf %.1f 1"), "1,0");
+  EXPECT_EQ(numbers(), usual);
 }
 
 }  // namespace
