@@ -98,20 +98,14 @@ TEST_F(Commands, setup_reaches_the_dialogue) {
   expect({"setup"}, 0, dialogue(sandbox.config_file()), "");
 }
 
-TEST_F(Commands, a_usage_error_of_a_handler_ends_with_2) {
-  sandbox.configure();
-  expect({"mode"}, 2, "", "usage: velun mode off|watch|protect\n");
-  expect({"mode", "loud"}, 2, "", "usage: velun mode off|watch|protect\n");
-  expect({"model", "loud"}, 2, "", "usage: velun model [list|fetch [compact]|use <id>]\n");
-  expect({"model", "use"}, 2, "", "usage: velun model use <id-or-path>\n");
-}
-
-TEST_F(Commands, a_failure_of_a_handler_ends_with_1) {
+TEST_F(Commands, the_status_of_a_handler_is_the_exit_status) {
   sandbox.configure("model_dir: /no/such/bundle\n");
   expect({"start"}, 1, "",
          "model_dir does not exist: /no/such/bundle\n"
          "`velun help model` explains how to get a model.\n");
-  expect({"model", "use", "x"}, 1, "", "no bundle at x — `velun model list`\n");
+  expect({"model", "use", " x "}, 1, "", "no bundle at  x  — `velun model list`\n");
+  expect({"model", " list"}, 2, "", "usage: velun model [list|fetch [compact]|use <id>]\n");
+  expect({"mode", "off "}, 2, "", "usage: velun mode off|watch|protect\n");
 }
 
 TEST_F(Commands, any_other_word_is_unknown_and_ends_with_2) {
@@ -182,14 +176,6 @@ TEST_F(Commands, words_that_a_command_does_not_read_are_ignored) {
       EXPECT_EQ(seen(sandbox.velun(longer)), alone) << testing::PrintToString(longer);
     }
   }
-}
-
-TEST_F(Commands, words_are_not_trimmed) {
-  sandbox.configure();
-  expect({"mode", " off"}, 2, "", "usage: velun mode off|watch|protect\n");
-  expect({"mode", "off "}, 2, "", "usage: velun mode off|watch|protect\n");
-  expect({"model", " list"}, 2, "", "usage: velun model [list|fetch [compact]|use <id>]\n");
-  expect({"model", "use", " x "}, 1, "", "no bundle at  x  — `velun model list`\n");
 }
 
 // The neighbour of the tool is found through argument zero alone.
