@@ -60,8 +60,8 @@ void save_config(const Config& config) {
   if (path.has_parent_path()) {
     make_directories(path.parent_path());
   }
-  // In place, neither through a temporary file nor with permissions of its own: a link stays a link,
-  // and the file stays as private as its owner made it.
+  // In place, neither through a temporary file nor with permissions of its own: a link stays a
+  // link, and the file stays as private as its owner made it.
   std::ofstream file(path, std::ios::trunc);
   // On disk before it is said to be: whoever waits for the line may read the file at once.
   file << render_config(config) << std::flush;

@@ -117,8 +117,8 @@ Verdict apply_entry(const std::string& key, const ConfigEntry& entry, Config& co
   return apply_scalar(*known, entry.scalar, config);
 }
 
-// Levenshtein distance over bytes, one edit for an insertion, a deletion or a substitution. Two rows
-// of the table are enough, as long as the known key.
+// Levenshtein distance over bytes, one edit for an insertion, a deletion or a substitution. Two
+// rows of the table are enough, as long as the known key.
 std::size_t edit_distance(std::string_view from, std::string_view to) {
   std::vector<std::size_t> previous(to.size() + 1);
   std::iota(previous.begin(), previous.end(), std::size_t{0});

@@ -56,7 +56,8 @@ std::vector<std::string> daemon_argv(const Config& config) {
 }
 
 std::string find_daemon_program(const std::string& argument_zero) {
-  // Links are resolved, for an installed tool may be reached through one while its neighbour is not.
+  // Links are resolved, for an installed tool may be reached through one while its neighbour is
+  // not.
   std::error_code error;
   const fs::path tool = fs::canonical(argument_zero, error);
   if (!error) {

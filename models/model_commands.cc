@@ -86,8 +86,8 @@ int use_model(Config config, const std::string& argument) {
     std::cerr << bundle.string() + " is incomplete (needs a graph, tokenizer.json, labels.json)\n";
     return status_failure;
   }
-  // Absolute, for the daemon runs elsewhere; neither tidied nor resolved, for a link may be meant to
-  // be moved to the next bundle.
+  // Absolute, for the daemon runs elsewhere; neither tidied nor resolved, for a link may be meant
+  // to be moved to the next bundle.
   config.model_dir = fs::absolute(bundle).string();
   config.endpoint_url.clear();
   save_config(config);
