@@ -65,6 +65,27 @@ TEST(LogReport, ignores_members_that_it_does_not_know) {
                 "a      0 ms\n");
 }
 
+TEST(LogReport, takes_the_last_of_equal_keys) {
+  expect_report(R"({"entries":[{"app":"a","app":"b"}]})", "b      0 ms\n");
+  expect_report(R"({"entries":[{"app":1,"app":"b"}]})", "b      0 ms\n");
+  expect_report(R"({"entries":[{"app":"a"}],"entries":[]})", no_requests);
+  expect_report(R"({"entries":[1],"entries":[{"app":"b"}]})", "b      0 ms\n");
+  expect_report(R"({"entries":{"k":{"app":"a"}},"entries":[{"app":"b"}]})", "b      0 ms\n");
+  expect_report(R"({"entries":{"k":1,"k":{"app":"b"}}})", "b      0 ms\n");
+  expect_type_error(log_report,
+                    {R"({"entries":[{"app":"a","app":1}]})", R"({"entries":[{}],"entries":1})",
+                     R"({"entries":[{}],"entries":[1]})", R"({"entries":{"k":{},"k":1}})"});
+}
+
+TEST(LogReport, reads_members_only_where_they_belong) {
+  expect_report(R"({"app":"x","other":[{"app":"x"}],"entries":[{"model":"m"}]})", "?  m    0 ms\n");
+  expect_report(R"({"entries":[{"app":"a"}],"app":1,"other":[{"app":1}],"more":{"app":1}})",
+                "a      0 ms\n");
+  expect_report(R"({"entries":[{"app":"a","x":{"app":"x"},"y":[{"model":1}],"z":{"entries":[]}}]})",
+                "a      0 ms\n");
+  expect_report(R"({"other":{"entries":[{"app":"a"}]}})", no_requests);
+}
+
 TEST(LogReport, converts_durations_as_the_library_does) {
   const std::vector<Row> rows = {
       {"0", "0"},
