@@ -17,6 +17,7 @@ void open_standard_streams() {
   do {
     descriptor = open("/dev/null", O_RDWR);
   } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+  // The one that found all three taken.
   if (descriptor >= 0) {
     close(descriptor);
   }

@@ -55,6 +55,7 @@ int run_setup() {
   std::cout << "Velun CLI setup — Enter keeps the value in brackets.\n\n";
   config.mode = ask_mode(config.mode);
   ask_detection(config);
+  // A warning only: the pattern floor protects something, and the model may be on its way.
   if (config.mode == "protect" && config.model_dir.empty() && config.endpoint_url.empty()) {
     std::cout << "\nProtect without a model falls back to the pattern floor — much\n"
                  "weaker. `velun help model` explains how to get one.\n\n";

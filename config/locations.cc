@@ -12,7 +12,8 @@ bool is_set_and_not_empty(const char* value) {
   return value != nullptr && *value != '\0';
 }
 
-// A HOME that is set but empty is used as it stands and gives a relative path.
+// A HOME that is set but empty is used as it stands and gives a relative path. Without one, as in
+// some containers, there is still a place to write to.
 fs::path home_or_tmp() {
   const char* home = std::getenv("HOME");
   return home != nullptr ? home : "/tmp";

@@ -54,6 +54,7 @@ std::string quote_value(const std::string& text) {
   if (!needs_quotes(text)) {
     return text;
   }
+  // A carriage return has no escape that the reader resolves, and goes in as it is.
   std::string quoted = "\"";
   for (const char c : text) {
     switch (c) {

@@ -34,6 +34,7 @@ std::vector<std::string> daemon_argv(const Config& config) {
   if (!config.state_dir.empty()) {
     add({"--state-dir", config.state_dir});
   }
+  // The daemon stays on the user's terminal, which is no place for its log.
   add({"--quiet"});
   if (config.mode == "protect") {
     add({"--protect"});
@@ -66,6 +67,8 @@ std::string find_daemon_program(const std::string& argument_zero) {
       return beside.string();
     }
   }
+  // Set but empty is no program, and starting it fails: better than starting another one than
+  // meant.
   const char* named = std::getenv("VELUND");
   return named != nullptr ? named : "velund";
 }

@@ -24,6 +24,7 @@ std::string engine_line(const json& answer) {
   if (status.empty()) {
     return "";
   }
+  // A word that a later daemon may use is shown as it stands.
   return "engine:    " +
          (status == "loaded"     ? "model loaded (on-device)"
           : status == "endpoint" ? "self-hosted (" + endpoint + ")"
@@ -76,6 +77,7 @@ int print_status(const Config& config) {
     std::cout << "not running (configured mode: " + config.mode + ")\n";
     return status_success;
   }
+  // Healthy without the token and empty with it: the likeliest reason is a token of another daemon.
   if (body->empty()) {
     std::cerr << "the daemon answers /healthz but refused /v1/status — token mismatch?\n";
     return status_failure;

@@ -77,6 +77,7 @@ class TokenHeader {
   static void write_all(int file, std::string_view text) {
     while (!text.empty()) {
       const ssize_t written = write(file, text.data(), text.size());
+      // A full disk leaves the line incomplete; the hub then refuses what it is shown.
       if (written < 0 && errno != EINTR) {
         return;
       }
@@ -91,6 +92,7 @@ class TokenHeader {
 [[noreturn]] void become_curl(pid_t parent, std::vector<std::string>& words) {
   // A curl that outlived a killed velun would go on writing into the next run's file.
   prctl(PR_SET_PDEATHSIG, SIGTERM);
+  // It may be gone already, and the request would never come true.
   if (getppid() != parent) {
     _exit(status_exec_failed);
   }

@@ -47,6 +47,7 @@ int fetch_model(const Config& config, const std::string& argument) {
   remove_stale_token(config);
   const ModelCard& card = model_catalog();
   std::string variant = argument == "compact" ? "compact" : "full";
+  // Said and done otherwise, not refused: who asks for the small one still needs a model.
   if (variant == "compact" && !card.has_compact) {
     std::cout << card.display_name + " ships full size only; fetching that.\n";
     variant = "full";
@@ -54,6 +55,7 @@ int fetch_model(const Config& config, const std::string& argument) {
   const fs::path bundle = models_dir_of(config) / card.id;
   make_directories(bundle);
   std::cout << "fetching " + card.id + " (" + variant + ")\n";
+  // What is complete stays when a later file fails, and the next fetch goes on from there.
   for (const BundleFile& file : bundle_files(card, variant)) {
     if (!download_file(config, card, file, bundle)) {
       return status_failure;
