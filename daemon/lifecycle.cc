@@ -36,8 +36,8 @@ void pause_before_try() {
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
 }
 
-// How long one probe of a starting daemon may take. One that is slow once is asked again, and a
-// listener that accepts and stays mute holds a start up for half a minute at most.
+// How long one probe of a starting daemon may take. One that is slow once is asked again, and the
+// wait for a listener that accepts and stays mute is over after half a minute.
 constexpr std::chrono::milliseconds probe_limit{500};
 
 // A pid file that cannot be written goes unreported: the daemon runs all the same.
@@ -109,7 +109,7 @@ bool wait_until_gone(pid_t pid) {
   return false;
 }
 
-// A pid file that cannot be removed does no harm: its process is gone, and the next stop sees that.
+// A pid file that cannot be removed goes unreported: its process is gone, which the next stop sees.
 int finish(const Config& config, const char* message) {
   std::error_code ignored;
   fs::remove(pid_file_of(config), ignored);

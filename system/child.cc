@@ -8,31 +8,22 @@
 namespace velun {
 namespace {
 
-// Asked for once, before anything changes it.
-const struct sigaction& inherited_sigpipe() {
-  static const struct sigaction inherited = [] {
-    struct sigaction current {};
-    sigaction(SIGPIPE, nullptr, &current);
-    return current;
-  }();
+// Ignores SIGPIPE when it is first called; returns the disposition from before that every time.
+auto ignore_sigpipe() {
+  static const auto inherited = signal(SIGPIPE, SIG_IGN);
   return inherited;
 }
 
 }  // namespace
 
 void ignore_abandoned_output() {
-  inherited_sigpipe();
-  signal(SIGPIPE, SIG_IGN);
+  ignore_sigpipe();
 }
 
 pid_t fork_child() {
   // A child that writes to standard error would write out, once more, what it found unwritten here.
   std::cout << std::flush;
-  const pid_t pid = fork();
-  if (pid == 0) {
-    sigaction(SIGPIPE, &inherited_sigpipe(), nullptr);
-  }
-  return pid;
+  return fork();
 }
 
 void execute(std::vector<std::string>& words) {
@@ -41,7 +32,10 @@ void execute(std::vector<std::string>& words) {
     argv.push_back(word.data());
   }
   argv.push_back(nullptr);
+  signal(SIGPIPE, ignore_sigpipe());
   execvp(argv[0], argv.data());
+  // Somebody has to say that it failed.
+  signal(SIGPIPE, SIG_IGN);
 }
 
 }  // namespace velun

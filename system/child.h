@@ -13,13 +13,12 @@ namespace velun {
 void ignore_abandoned_output();
 
 /// Forks, as fork() does: the child's pid, 0 in the child, -1 when it failed. What was printed so
-/// far is written out first, so that it stands before the child's words and only once. The child
-/// gets back the SIGPIPE disposition that velun was started with.
+/// far is written out first, so that it stands before the child's words and only once.
 pid_t fork_child();
 
 /// Replaces the process with the program that the first word names, looked up on the search path
-/// when it holds no slash; the words are its arguments, argument zero included. Returns only when
-/// that failed.
+/// when it holds no slash; the words are its arguments, argument zero included. The program gets
+/// back the SIGPIPE disposition that velun was started with. Returns only when that failed.
 void execute(std::vector<std::string>& words);
 
 }  // namespace velun

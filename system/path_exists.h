@@ -1,4 +1,4 @@
-// Asking whether something is there, the way velun asks everywhere.
+// Asking whether something is there.
 #pragma once
 
 #include <filesystem>

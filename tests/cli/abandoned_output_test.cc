@@ -77,6 +77,16 @@ TEST_F(AbandonedOutput, leaves_every_status_as_it_is) {
   }
 }
 
+TEST_F(AbandonedOutput, does_not_change_how_a_child_ends_whose_program_is_missing) {
+  sandbox.environment["VELUND"] = "/does/not/exist";
+  RunOptions traced = nobody_reads(STDERR_FILENO);
+  traced.program = "/usr/bin/strace";
+  sandbox.velun({"-f", "-qq", "-o", "trace", "-e", "trace=exit_group", VELUN_BINARY, "start"},
+                traced);
+  const std::string trace = read_file(sandbox.root() / "trace");
+  EXPECT_NE(trace.find("exit_group(127)"), std::string::npos) << trace;
+}
+
 TEST_F(AbandonedOutput, is_ignored_by_the_daemon_only_when_velun_was_started_that_way) {
   install_witness(sandbox.root() / "programs/daemon");
   sandbox.environment["VELUND"] = sandbox.root() / "programs/daemon";
