@@ -16,6 +16,7 @@
 
 #include "config/locations.h"
 #include "config/outside_locations.h"
+#include "models/token_header.h"
 #include "system/child.h"
 #include "system/exit_status.h"
 #include "system/path_exists.h"
@@ -25,78 +26,19 @@ namespace fs = std::filesystem;
 namespace velun {
 namespace {
 
-// An open file descriptor, closed with its scope.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() {
-    if (number_ >= 0) {
-      close(number_);
-    }
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return number_; }
-
- private:
-  int number_;
-};
-
 void remove_ignoring_errors(const fs::path& path) {
   std::error_code ignored;
   fs::remove(path, ignored);
 }
 
-fs::path token_header_of(const Config& config) {
-  return state_dir_of(config) / ".hf-token.header";
-}
-
-// The file that carries the hub token to curl, so that it never stands on a command line; it is
-// gone with its scope. It is created anew or not at all: no link is followed, and whoever opened
-// an older, readable file never sees the token appear in it. Without it curl asks without a token,
-// and the hub refuses.
-class TokenHeader {
- public:
-  TokenHeader(fs::path path, const std::string& token) : path_(std::move(path)) {
-    remove_ignoring_errors(path_);
-    const Descriptor file(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    if (file.get() < 0) {
-      return;
-    }
-    // Only a mask that denies the owner, too, makes this necessary: the file has been private from
-    // its creation, so that a failure gives nothing away.
-    fchmod(file.get(), S_IRUSR | S_IWUSR);
-    write_all(file.get(), "Authorization: Bearer " + token + "\n");
-  }
-  ~TokenHeader() { remove_ignoring_errors(path_); }
-  TokenHeader(const TokenHeader&) = delete;
-  TokenHeader& operator=(const TokenHeader&) = delete;
-  std::string path() const { return path_.string(); }
-
- private:
-  static void write_all(int file, std::string_view text) {
-    while (!text.empty()) {
-      const ssize_t written = write(file, text.data(), text.size());
-      // A full disk leaves the line incomplete; the hub then refuses what it is shown.
-      if (written < 0 && errno != EINTR) {
-        return;
-      }
-      text.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
-    }
-  }
-
-  fs::path path_;
-};
-
 // Runs in the child and never returns.
 [[noreturn]] void become_curl(pid_t parent, std::vector<std::string>& words) {
   // A curl that outlived a killed velun would go on writing into the next run's file.
   prctl(PR_SET_PDEATHSIG, SIGTERM);
-  // It may be gone already, and the request would never come true.
-  if (getppid() != parent) {
-    _exit(status_exec_failed);
+  // velun may be gone already, and then no signal comes.
+  if (getppid() == parent) {
+    execute(words);
   }
-  execute(words);
   _exit(status_exec_failed);
 }
 
@@ -115,7 +57,7 @@ int download_from_hub(const Config& config, const ModelCard& card, const BundleF
   const char* token = std::getenv("VELUN_HF_TOKEN");
   if (token != nullptr && *token != '\0') {
     const TokenHeader header(token_header_of(config), token);
-    return run_curl(url, part, header.path());
+    return run_curl(url, part, header.path().string());
   }
   // With a token that was refused the user has done what the explanation asks for.
   const int status = run_curl(url, part, "");
@@ -134,10 +76,6 @@ std::string size_text(std::int64_t bytes) {
   // Cut before the division, which the six decimals printed would otherwise give away.
   const std::int64_t tenths = bytes / 100'000'000;
   return std::to_string(static_cast<double>(tenths) / 10.0) + " GB";
-}
-
-void remove_stale_token(const Config& config) {
-  remove_ignoring_errors(token_header_of(config));
 }
 
 int run_curl(const std::string& url, const std::string& output, const std::string& header_file) {
@@ -165,7 +103,7 @@ bool download_file(const Config& config, const ModelCard& card, const BundleFile
                    const fs::path& bundle) {
   const fs::path final_path = bundle / file.local_name;
   std::error_code no_size;
-  // A directory has no size to ask for and counts as here, as it does for a complete bundle.
+  // What has no size to ask for, such as a directory, counts as here, as in a complete bundle.
   if (path_exists(final_path) && fs::file_size(final_path, no_size) != 0) {
     std::cout << "  " + file.local_name + " — already here\n";
     return true;

@@ -9,6 +9,7 @@
 #include "models/bundle.h"
 #include "models/catalog.h"
 #include "models/download.h"
+#include "models/token_header.h"
 #include "system/exit_status.h"
 #include "system/make_directories.h"
 #include "system/path_exists.h"
@@ -46,12 +47,12 @@ int list_models(const Config& config) {
 int fetch_model(const Config& config, const std::string& argument) {
   remove_stale_token(config);
   const ModelCard& card = model_catalog();
-  std::string variant = argument == "compact" ? "compact" : "full";
+  const bool compact = argument == "compact";
   // Said and done otherwise, not refused: who asks for the small one still needs a model.
-  if (variant == "compact" && !card.has_compact) {
+  if (compact && !card.has_compact) {
     std::cout << card.display_name + " ships full size only; fetching that.\n";
-    variant = "full";
   }
+  const std::string variant = compact && card.has_compact ? "compact" : "full";
   const fs::path bundle = models_dir_of(config) / card.id;
   make_directories(bundle);
   std::cout << "fetching " + card.id + " (" + variant + ")\n";
@@ -88,8 +89,8 @@ int use_model(Config config, const std::string& argument) {
     std::cerr << bundle.string() + " is incomplete (needs a graph, tokenizer.json, labels.json)\n";
     return status_failure;
   }
-  // Absolute, for the daemon runs elsewhere; neither tidied nor resolved, for a link may be meant
-  // to be moved to the next bundle.
+  // Absolute, for the next start may come from another directory; neither tidied nor resolved, for
+  // a link may be meant to be moved to the next bundle.
   config.model_dir = fs::absolute(bundle).string();
   config.endpoint_url.clear();
   save_config(config);

@@ -9,7 +9,8 @@ namespace velun {
 
 /// Runs the sub-command `word` ("list" or empty, "fetch", "use") with its `argument`. Returns the
 /// exit status: 0, 1 when the operation failed, 2 for a wrong command line. Throws
-/// std::filesystem::filesystem_error when a directory cannot be created or a download not renamed.
+/// std::filesystem::filesystem_error when a directory cannot be created, a download not renamed, or
+/// a relative path not made absolute because the current directory is gone.
 int run_model_command(const Config& config, const std::string& word, const std::string& argument);
 
 }  // namespace velun

@@ -1,0 +1,35 @@
+// The file that carries the hub token to curl, so that it never stands on a command line: from its
+// creation to its removal the token is for its owner's eyes only.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "config/config.h"
+
+namespace velun {
+
+/// The header file's place in the state directory.
+std::filesystem::path token_header_of(const Config& config);
+
+/// A file of one line, "Authorization: Bearer " and the token, that is gone with its scope. What
+/// was at the path is removed, then the file is created anew: no link is followed, and whoever
+/// opened an older, readable file never sees the token appear in it. Should any of that fail,
+/// nothing is written or nothing is left, and curl is told of the path all the same: without the
+/// file it asks nobody or asks without the token.
+class TokenHeader {
+ public:
+  TokenHeader(std::filesystem::path path, const std::string& token);
+  ~TokenHeader();
+  TokenHeader(const TokenHeader&) = delete;
+  TokenHeader& operator=(const TokenHeader&) = delete;
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// Removes a header file that a run left behind because it was killed.
+void remove_stale_token(const Config& config);
+
+}  // namespace velun
