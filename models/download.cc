@@ -33,8 +33,9 @@ void remove_ignoring_errors(const fs::path& path) {
 
 // Runs in the child and never returns.
 [[noreturn]] void become_curl(pid_t parent, std::vector<std::string>& words) {
-  // A curl that outlived a killed velun would go on writing into the next run's file.
-  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  // A curl that outlived a killed velun would go on writing into the next run's file. Not SIGTERM:
+  // curl may have been handed down to ignore it.
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
   // velun may be gone already, and then no signal comes.
   if (getppid() == parent) {
     execute(words);

@@ -33,12 +33,13 @@ Reply half_of(const std::string& body) {
 
 class Interruption : public Fetching, public ::testing::WithParamInterface<int> {
  protected:
-  // Starts a fetch in a process group of its own, as a shell does; the signal must be able to end
-  // it, whatever this process ignores.
+  // Starts a fetch in a process group of its own, as a shell does. The signal must be able to end
+  // it, whatever this process ignores; its curl must end with it, whatever that was made to ignore.
   pid_t start() {
     RunOptions options;
     options.in_child = [] {
       setpgid(0, 0);
+      signal(SIGTERM, SIG_IGN);
       signal(GetParam(), SIG_DFL);
     };
     return sandbox.start_velun({"model", "fetch"}, options);
