@@ -1,5 +1,6 @@
 #include "cli/transcript.h"
 
+#include <exception>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -11,6 +12,7 @@ namespace {
 
 // What the report shows of one request, with the defaults of absent members.
 struct Entry {
+  json kind = json::value_t::object;  // only what kind of value it is
   json app = "?";
   json model = "";
   json outcome = "";
@@ -26,21 +28,24 @@ json* find_member(Entry& entry, const std::string& name) {
                                  : nullptr;
 }
 
-// Nothing when a member is of another type.
-std::optional<std::string> line_of(const Entry& entry) {
-  try {
-    std::string line = entry.app.get_ref<const std::string&>() + "  ";
-    line += entry.model.get_ref<const std::string&>() + "  ";
-    line += entry.outcome.get_ref<const std::string&>() + "  ";
-    return line + std::to_string(entry.duration_ms.get<int>()) + " ms\n";
-  } catch (const json::type_error&) {
-    return std::nullopt;
-  }
+// Throws the library's type error for a value that has no members.
+void expect_members(const json& kind) {
+  kind.value("", "");
 }
 
-// Takes an answer apart while the library reads it and calls the public functions: as a tree, an
-// answer of eight megabytes takes twice the time and three times the memory. Of equal keys the last
-// one counts, as it would in a tree.
+// Throws the library's type error for an entry or a member of another type.
+std::string line_of(const Entry& entry) {
+  expect_members(entry.kind);
+  std::string line = entry.app.get_ref<const std::string&>() + "  ";
+  line += entry.model.get_ref<const std::string&>() + "  ";
+  line += entry.outcome.get_ref<const std::string&>() + "  ";
+  return line + std::to_string(entry.duration_ms.get<int>()) + " ms\n";
+}
+
+// Takes an answer apart while the library reads it and calls the public functions: a tree of eight
+// megabytes of text takes twice the time and several times the memory. Of equal keys the last one
+// counts, as it would in a tree, and nothing that is wrong is thrown before all has been read: the
+// text may still turn out not to be JSON.
 class TranscriptReader {
  public:
   bool null() { return take(nullptr); }
@@ -52,53 +57,44 @@ class TranscriptReader {
   bool binary(const json::binary_t&) { return true; }  // stands in other formats only
   bool start_object(std::size_t) { return open(json::value_t::object); }
   bool end_object() {
-    --depth_;
-    if (depth_ == 2 && in_entries_) {
-      add(line_of(entry_));
+    close();
+    if (at(2)) {
+      end_entry();
     }
     return true;
   }
   bool start_array(std::size_t) { return open(json::value_t::array); }
-  bool end_array() {
-    --depth_;
-    return true;
-  }
+  bool end_array() { return close(); }
   bool key(const std::string& name) {
     if (depth_ == 1) {
       in_entries_ = name == "entries";
-    } else if (depth_ == 2) {
+    } else if (at(2)) {
       entry_key_ = name;
-    } else if (depth_ == 3 && in_entries_) {
+    } else if (at(3)) {
       member_ = find_member(entry_, name);
     }
     return true;
   }
   bool parse_error(std::size_t, const std::string&, const json::exception&) { return false; }
 
-  // The lines of all entries; nothing when the answer has an unexpected shape. Asked once, at the
-  // end: until then, the text may turn out not to be JSON at all.
-  std::optional<std::string> lines() {
-    for (const auto& [key, line] : keyed_lines_) {
-      expected_ = expected_ && line.has_value();
-      lines_ += line.value_or("");
+  // The lines of all entries; throws the library's type error for an answer of an unexpected shape.
+  std::string lines() {
+    expect_members(answer_);
+    if (!entries_.is_null() && !entries_.is_array()) {
+      expect_members(entries_);
     }
-    return expected_ ? std::optional(std::move(lines_)) : std::nullopt;
+    if (fault_ != nullptr) {
+      std::rethrow_exception(fault_);
+    }
+    for (const auto& [key, entry] : keyed_entries_) {
+      lines_ += line_of(entry);
+    }
+    return std::move(lines_);
   }
 
  private:
-  template <typename Value>
-  bool take(const Value& value) {
-    if (depth_ == 0) {
-      expected_ = json(value).is_object();
-    } else if (depth_ == 1 && in_entries_) {
-      start_entries(value);
-    } else if (depth_ == 2 && in_entries_) {
-      start_entry(value);
-    } else if (depth_ == 3 && in_entries_ && member_ != nullptr) {
-      *member_ = value;
-    }
-    return true;
-  }
+  // Whether the next value stands this deep within the answer's "entries".
+  bool at(int depth) const { return in_entries_ && depth_ == depth; }
 
   bool open(json::value_t kind) {
     take(kind);
@@ -106,39 +102,62 @@ class TranscriptReader {
     return true;
   }
 
-  void start_entries(const json& entries) {
-    expected_ = entries.is_null() || entries.is_structured();
-    keyed_ = entries.is_object();
+  bool close() {
+    --depth_;
+    return true;
+  }
+
+  template <typename Value>
+  bool take(const Value& value) {
+    if (depth_ == 0) {
+      answer_ = value;
+    } else if (at(1)) {
+      start_entries(value);
+    } else if (at(2)) {
+      start_entry(value);
+    } else if (at(3) && member_ != nullptr) {
+      *member_ = value;
+    }
+    return true;
+  }
+
+  void start_entries(const json& kind) {
+    entries_ = kind;
+    keyed_entries_.clear();
     lines_.clear();
-    keyed_lines_.clear();
+    fault_ = nullptr;
   }
 
-  void start_entry(const json& entry) {
-    entry_ = {};
+  void start_entry(const json& kind) {
+    entry_ = {.kind = kind};
     member_ = nullptr;
-    if (!entry.is_object()) {
-      add(std::nullopt);
+    if (!kind.is_object()) {
+      end_entry();
     }
   }
 
-  void add(const std::optional<std::string>& line) {
-    if (keyed_) {
-      keyed_lines_[entry_key_] = line;
-    } else {
-      expected_ = expected_ && line.has_value();
-      lines_ += line.value_or("");
+  void end_entry() {
+    if (entries_.is_object()) {
+      keyed_entries_[entry_key_] = entry_;
+      return;
+    }
+    try {
+      lines_ += line_of(entry_);
+    } catch (const json::type_error&) {
+      fault_ = std::current_exception();
     }
   }
 
-  int depth_ = 0;            // how many objects and arrays are open
-  bool in_entries_ = false;  // inside the answer's "entries"
-  bool keyed_ = false;       // which are an object, shown in the order of its keys
-  bool expected_ = true;     // nothing of an unexpected shape so far
-  std::string entry_key_;
-  Entry entry_;             // the one being read
-  json* member_ = nullptr;  // where its next value belongs, if anywhere
-  std::string lines_;
-  std::map<std::string, std::optional<std::string>> keyed_lines_;
+  int depth_ = 0;  // how many objects and arrays are open
+  bool in_entries_ = false;
+  json answer_;  // of these two, too, only what kind of value they are
+  json entries_;
+  Entry entry_;                                 // the one being read
+  json* member_ = nullptr;                      // where its next value belongs, if anywhere
+  std::string entry_key_;                       // its key, when the entries are an object
+  std::map<std::string, Entry> keyed_entries_;  // shown in the order of their keys
+  std::string lines_;                           // of the entries of an array, in their order
+  std::exception_ptr fault_;                    // of the last of them that has one
 };
 
 }  // namespace
@@ -148,12 +167,11 @@ std::optional<std::string> log_report(const std::string& body) {
   if (!json::sax_parse(body, &reader)) {
     return std::nullopt;
   }
-  const std::optional<std::string> lines = reader.lines();
-  if (!lines) {
-    throw json::type_error::create(302, "a transcript of an unexpected shape", nullptr);
+  std::string lines = reader.lines();
+  if (lines.empty()) {
+    return "no requests yet (the transcript is RAM-only and empties on restart)\n";
   }
-  return lines->empty() ? "no requests yet (the transcript is RAM-only and empties on restart)\n"
-                        : lines;
+  return lines;
 }
 
 }  // namespace velun
