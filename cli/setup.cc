@@ -41,8 +41,8 @@ void ask_detection(Config& config) {
 }  // namespace
 
 std::string prompt_value(const std::string& label, const std::string& fallback) {
-  // Reading writes the question out first: the two streams are tied.
-  std::cout << label + (fallback.empty() ? "" : " [" + fallback + "]") + ": ";
+  // Behind the end of input nothing is read any more, which would have written the question out.
+  std::cout << label + (fallback.empty() ? "" : " [" + fallback + "]") + ": " << std::flush;
   std::string line;
   std::getline(std::cin, line);
   return line.empty() ? fallback : line;
