@@ -37,7 +37,7 @@ int show_config(const Invocation&, const Config& config) {
   return status_success;
 }
 
-// A word that no handler takes is ignored: there are no options, and none is refused.
+// There are no options: words behind those that a handler reads are ignored.
 constexpr Command commands[] = {
     {"help", false, help},
     {"--help", false, help},

@@ -13,8 +13,9 @@ struct Invocation {
   std::string third;          ///< third word or empty
 };
 
-/// Runs the command that the invocation names and returns the exit status. The configuration is
-/// loaded before an unknown word is reported, so that a machine without one hears of that first.
+/// Runs the command that the invocation names and returns its exit status; 2 for an unknown word,
+/// and 1 before that when the command needs a configuration and there is no valid one, so that a
+/// machine without one hears of that first. What a handler throws passes through.
 int run_command(const Invocation& invocation);
 
 }  // namespace velun

@@ -46,7 +46,7 @@ std::optional<std::string> stats_report(const std::string& body) {
          << "\nentities protected:  " << answer.value("entities_protected", 0)
          << "\nblocked requests:    "
          << answer.value("blocked_requests", 0)
-         // The stream's default format, six significant digits, is the wanted one.
+         // In the stream's default format: cents would round away what most requests cost.
          << "\ncost (list prices):  $" << static_cast<double>(cost_micros) / 1'000'000.0 << "\n";
   return report.str();
 }

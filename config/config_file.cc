@@ -63,7 +63,7 @@ void save_config(const Config& config) {
   // In place, neither through a temporary file nor with permissions of its own: a link stays a
   // link, and the file stays as private as its owner made it.
   std::ofstream file(path, std::ios::trunc);
-  // On disk before it is said to be: whoever waits for the line may read the file at once.
+  // Written out before it is said to be: whoever waits for the line may read the file at once.
   file << render_config(config) << std::flush;
   std::cout << "wrote " + path.string() + "\n";
 }

@@ -11,7 +11,8 @@ enum class MissingFile { reported, silent };
 
 /// Loads the file at `config_path` into `config`. False when the file cannot be read, which leaves
 /// `config` alone; false, too, when it has problems, which are always reported together on standard
-/// error while every valid key is applied.
+/// error. Either way a file that can be read replaces every field: with its value where the key is
+/// valid, with the default where it is not or is absent.
 bool load_config(Config& config, MissingFile missing_file);
 
 /// Writes the rendering to `config_path`, creating its parent directories, and prints "wrote " and

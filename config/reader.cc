@@ -78,7 +78,7 @@ std::optional<std::string> read_line(std::string_view line, int number, RawConfi
   return std::nullopt;
 }
 
-// A backslash before the closing quote has nothing to escape and stays; so a path may end in one.
+// A backslash before the closing quote has nothing left to escape and stays.
 std::string resolve_escapes(std::string_view inside) {
   std::string text;
   for (std::size_t i = 0; i < inside.size(); ++i) {

@@ -40,9 +40,9 @@ RawConfig parse_config_text(std::string_view text, Problems& problems);
 /// Without leading and trailing spaces and tabs; other white space stays.
 std::string_view trim_blanks(std::string_view text);
 
-/// Without its quotes when the text starts and ends with the same kind. Double quotes resolve
-/// escapes (\n, \t, any other character stands for itself), single quotes none. Anything else,
-/// a lone quote at one end included, comes back unchanged.
+/// Without its quotes when the text starts with one and ends with another of the same kind. Double
+/// quotes resolve escapes: \n, \t, any other character stands for itself, and a last backslash
+/// stays. Single quotes resolve none. Anything else comes back unchanged.
 std::string unquote_value(std::string_view text);
 
 }  // namespace velun

@@ -34,7 +34,7 @@ Verdict judge_endpoint_url(const std::string& value, Config& config) {
 }
 
 Verdict judge_names(const std::string& value, Config& config) {
-  // The words that YAML has for the two, in lower case only.
+  // More words than the writer uses: people write booleans in all of these ways.
   const bool yes = value == "true" || value == "yes" || value == "on";
   const bool no = value == "false" || value == "no" || value == "off";
   if (!yes && !no) {

@@ -3,7 +3,8 @@
 namespace velun {
 namespace {
 
-// What the reader would trim, unquote, split or cut off when it stood bare.
+// What could be trimmed, unquoted, split or cut off if it stood bare. More than has to be: where a
+// colon or a backslash would do no harm, the quotes do none either.
 bool needs_quotes(const std::string& text) {
   return text.front() == ' ' || text.back() == ' ' || text.front() == '\'' || text.front() == '[' ||
          text.find_first_of("\t\n\"#,:\\") != std::string::npos;

@@ -34,7 +34,7 @@ std::vector<std::string> daemon_argv(const Config& config) {
   if (!config.state_dir.empty()) {
     add({"--state-dir", config.state_dir});
   }
-  // The daemon stays on the user's terminal, which is no place for its log.
+  // The daemon inherits the user's streams, which are no place for its log.
   add({"--quiet"});
   if (config.mode == "protect") {
     add({"--protect"});

@@ -18,7 +18,8 @@ std::vector<std::string> daemon_argv(const Config& config);
 /// against the current directory.
 std::string find_daemon_program(const std::string& argument_zero);
 
-/// A command line as it is shown to a person: its words with one blank between, nothing quoted.
+/// A command line, of at least one word, as it is shown to a person: one blank between the words
+/// and nothing quoted.
 std::string command_text(const std::vector<std::string>& words);
 
 }  // namespace velun

@@ -11,8 +11,9 @@ using nlohmann::json;
 namespace velun {
 namespace {
 
-// Every lookup below throws the library's type error on a member of another type; each is made
-// whether or not its value is shown, so that an answer is either understood whole or not at all.
+// Every lookup below throws the library's type error on a member that it cannot convert; each is
+// made whether or not its value is shown, so that an answer is either understood whole or not at
+// all.
 
 std::string mode_line(const json& answer) {
   return "mode:      " + mode_meant_by(answer.value("mode", "?")) + "\n";
@@ -24,12 +25,14 @@ std::string engine_line(const json& answer) {
   if (status.empty()) {
     return "";
   }
+  if (status == "loaded") {
+    return "engine:    model loaded (on-device)\n";
+  }
+  if (status == "endpoint") {
+    return "engine:    self-hosted (" + endpoint + ")\n";
+  }
   // A word that a later daemon may use is shown as it stands.
-  return "engine:    " +
-         (status == "loaded"     ? "model loaded (on-device)"
-          : status == "endpoint" ? "self-hosted (" + endpoint + ")"
-                                 : status) +
-         "\n";
+  return "engine:    " + status + "\n";
 }
 
 std::string listener_lines(const json& answer) {

@@ -8,8 +8,9 @@
 
 namespace velun {
 
-/// The report for a /v1/status answer `body`, or nothing when the body is not JSON or a member that
-/// the report knows has another type than expected. `control_port` makes the dashboard line.
+/// The report for a /v1/status answer `body`, or nothing when the body is no JSON object or a
+/// member that the report knows has a type that is not converted to the expected one.
+/// `control_port` makes the dashboard line.
 std::optional<std::string> status_report(const std::string& body, int control_port);
 
 /// Prints the report, or that the daemon is not running. Returns the exit status: 0 for both, 1

@@ -8,6 +8,6 @@
 /// What was given: each flag with its value, the empty text for a flag that takes none.
 using Flags = std::map<std::string, std::string>;
 
-/// Reads `words`, the command line without the program. Returns the empty text when they are a
-/// command line velun could have built, else one line that says what is wrong with them.
+/// Reads `words`, the command line without the program. Returns the empty text when they are flags
+/// of the daemon with values that it takes, else one line that says what is wrong with them.
 std::string read_flags(const std::vector<std::string>& words, Flags& flags);
