@@ -1,6 +1,8 @@
 #include "cli/setup.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <iostream>
@@ -184,9 +186,12 @@ class SetupOnATerminal : public SetupDialogue {
  protected:
   Terminal terminal;
 
-  pid_t begin() {
+  pid_t begin(const std::function<void()>& prepare = [] {}) {
     RunOptions options;
-    options.in_child = terminal.as_streams();
+    options.in_child = [prepare, take_streams = terminal.as_streams()] {
+      take_streams();
+      prepare();
+    };
     return sandbox.start_velun({"setup"}, options);
   }
 
@@ -223,6 +228,21 @@ TEST_F(SetupOnATerminal, the_end_of_input_key_takes_the_offers) {
   EXPECT_EQ(terminal.screen_at_the_end(), shown(transcript("watch", "none")));
   expect_success(pid);
   EXPECT_EQ(file(), written("watch"));
+}
+
+// The bare file name leaves nothing to be done before the save, at which velun is ended here.
+TEST_F(SetupOnATerminal, the_end_of_input_leaves_no_question_unseen) {
+  sandbox.environment["VELUN_CLI_CONFIG"] = "velun.yaml";
+  const pid_t pid = begin([] {
+    const rlimit no_files{0, 0};
+    setrlimit(RLIMIT_FSIZE, &no_files);
+    signal(SIGXFSZ, SIG_DFL);
+  });
+  ASSERT_TRUE(terminal.shows(mode_question("watch")));
+  terminal.type("\x04");
+  EXPECT_EQ(terminal.screen_at_the_end(),
+            shown(greeting) + mode_question("watch") + detection_question("none"));
+  EXPECT_EQ(wait_for(pid, std::chrono::seconds(10)) & 0x7f, SIGXFSZ);
 }
 
 struct Prompt {
