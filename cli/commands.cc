@@ -1,7 +1,6 @@
 #include "cli/commands.h"
 
 #include <algorithm>
-#include <iostream>
 #include <iterator>
 #include <string_view>
 
@@ -17,6 +16,7 @@
 #include "daemon/status.h"
 #include "models/model_commands.h"
 #include "system/exit_status.h"
+#include "system/output.h"
 
 namespace velun {
 namespace {
@@ -33,7 +33,7 @@ int help(const Invocation& words, const Config&) {
 
 // What is in effect rather than what the file says: the next save would write just this.
 int show_config(const Invocation&, const Config& config) {
-  std::cout << "file: " + config_path().string() + "\n\n" + render_config(config);
+  print("file: " + config_path().string() + "\n\n" + render_config(config));
   return status_success;
 }
 
@@ -80,7 +80,7 @@ int run_command(const Invocation& invocation) {
     return status_failure;
   }
   if (!known) {
-    std::cerr << "unknown command `" + invocation.command + "` — `velun help` lists them\n";
+    print_error("unknown command `" + invocation.command + "` — `velun help` lists them\n");
     return status_usage;
   }
   return command->run(invocation, config);

@@ -1,12 +1,12 @@
 #include "cli/help.h"
 
 #include <algorithm>
-#include <iostream>
 #include <iterator>
 #include <string_view>
 
 #include "config/outside_locations.h"
 #include "system/exit_status.h"
+#include "system/output.h"
 
 namespace velun {
 namespace {
@@ -113,10 +113,10 @@ std::optional<std::string> help_topic_text(const std::string& name) {
 int print_help(const std::string& topic) {
   const std::optional<std::string> text = help_topic_text(topic);
   if (!text) {
-    std::cerr << "no help topic `" + topic + "` — topics: config, modes, model, ports, routing\n";
+    print_error("no help topic `" + topic + "` — topics: config, modes, model, ports, routing\n");
     return status_usage;
   }
-  std::cout << *text;
+  print(*text);
   return status_success;
 }
 

@@ -1,17 +1,16 @@
 #include "cli/mode.h"
 
-#include <iostream>
-
 #include "config/config_file.h"
 #include "daemon/control_client.h"
 #include "daemon/lifecycle.h"
 #include "system/exit_status.h"
+#include "system/output.h"
 
 namespace velun {
 
 int change_mode(Config config, const std::string& word, const std::string& argument_zero) {
   if (!is_mode(word)) {
-    std::cerr << "usage: velun mode off|watch|protect\n";
+    print_error("usage: velun mode off|watch|protect\n");
     return status_usage;
   }
   // Saved first: whatever the daemon does next, the mode is what the user asked for.

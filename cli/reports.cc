@@ -1,12 +1,12 @@
 #include "cli/reports.h"
 
-#include <iostream>
+#include <cstdio>
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 #include "cli/transcript.h"
 #include "daemon/control_client.h"
 #include "system/exit_status.h"
+#include "system/output.h"
 
 using nlohmann::json;
 
@@ -20,15 +20,15 @@ int print_report(const Config& config, const std::string& path,
   const std::optional<std::string> body = ask_daemon(config, path);
   if (!body) {
     // No daemon is no failure: there is just nothing to report.
-    std::cout << "not running\n";
+    print("not running\n");
     return status_success;
   }
   const std::optional<std::string> report = report_of(*body);
   if (!report) {
-    std::cerr << "could not read " + path + "\n";
+    print_error("could not read " + path + "\n");
     return status_failure;
   }
-  std::cout << *report;
+  print(*report);
   return status_success;
 }
 
@@ -41,14 +41,16 @@ std::optional<std::string> stats_report(const std::string& body) {
   }
   // Not std::int64_t: for its own integer type the library refuses true and false.
   const long long cost_micros = answer.value("cost_micros", 0LL);
-  std::ostringstream report;
-  report << "requests:            " << answer.value("requests", 0)
-         << "\nentities protected:  " << answer.value("entities_protected", 0)
-         << "\nblocked requests:    "
-         << answer.value("blocked_requests", 0)
-         // In the stream's default format: cents would round away what most requests cost.
-         << "\ncost (list prices):  $" << static_cast<double>(cost_micros) / 1'000'000.0 << "\n";
-  return report.str();
+  // Six significant digits rather than cents, which would round away what most requests cost.
+  char cost[32];
+  std::snprintf(cost, sizeof cost, "%g", static_cast<double>(cost_micros) / 1'000'000.0);
+  const auto counter = [&answer](const char* name) {
+    return std::to_string(answer.value(name, 0)) + "\n";
+  };
+  std::string report = "requests:            " + counter("requests");
+  report += "entities protected:  " + counter("entities_protected");
+  report += "blocked requests:    " + counter("blocked_requests");
+  return report + "cost (list prices):  $" + cost + "\n";
 }
 
 int print_stats(const Config& config) {

@@ -1,10 +1,10 @@
 #include "cli/setup.h"
 
-#include <iostream>
-
 #include "config/config.h"
 #include "config/config_file.h"
 #include "system/exit_status.h"
+#include "system/files.h"
+#include "system/output.h"
 
 namespace velun {
 namespace {
@@ -17,7 +17,7 @@ std::string ask_mode(const std::string& current) {
     if (is_mode(answer)) {
       return answer;
     }
-    std::cout << "  `" + answer + "` is not a mode. `velun help modes` explains them.\n";
+    print("  `" + answer + "` is not a mode. `velun help modes` explains them.\n");
   }
 }
 
@@ -42,9 +42,9 @@ void ask_detection(Config& config) {
 
 std::string prompt_value(const std::string& label, const std::string& fallback) {
   // Behind the end of input nothing is read any more, which would have written the question out.
-  std::cout << label + (fallback.empty() ? "" : " [" + fallback + "]") + ": " << std::flush;
-  std::string line;
-  std::getline(std::cin, line);
+  print(label + (fallback.empty() ? "" : " [" + fallback + "]") + ": ");
+  flush_output();
+  const std::string line = read_line(stdin);
   return line.empty() ? fallback : line;
 }
 
@@ -52,16 +52,17 @@ int run_setup() {
   Config config;
   // A missing file leaves the defaults, a faulty one its good values; either way there is an offer.
   load_config(config, MissingFile::silent);
-  std::cout << "Velun CLI setup — Enter keeps the value in brackets.\n\n";
+  print("Velun CLI setup — Enter keeps the value in brackets.\n\n");
   config.mode = ask_mode(config.mode);
   ask_detection(config);
   // A warning only: the pattern floor protects something, and the model may be on its way.
   if (config.mode == "protect" && config.model_dir.empty() && config.endpoint_url.empty()) {
-    std::cout << "\nProtect without a model falls back to the pattern floor — much\n"
-                 "weaker. `velun help model` explains how to get one.\n\n";
+    print(
+        "\nProtect without a model falls back to the pattern floor — much\n"
+        "weaker. `velun help model` explains how to get one.\n\n");
   }
   save_config(config);
-  std::cout << "next: `velun start`, then `velun help ports` to route your tools.\n";
+  print("next: `velun start`, then `velun help ports` to route your tools.\n");
   return status_success;
 }
 

@@ -1,7 +1,7 @@
 #include "config/locations.h"
+#include "system/files.h"
 
 #include <cstdlib>
-#include <fstream>
 
 namespace fs = std::filesystem;
 
@@ -49,10 +49,8 @@ fs::path state_dir_of(const Config& config) {
 
 std::string read_control_token(const Config& config) {
   // Not trimmed: the daemon compares what it wrote, and hiding a stray blank would hide the fault.
-  std::ifstream file(state_dir_of(config) / "control.token");
-  std::string token;
-  std::getline(file, token);
-  return token;
+  const File file = open_for_reading(state_dir_of(config) / "control.token");
+  return file != nullptr ? read_line(file.get()) : "";
 }
 
 fs::path models_dir_of(const Config& config) {

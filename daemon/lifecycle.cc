@@ -7,7 +7,6 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -19,7 +18,9 @@
 #include "daemon/control_client.h"
 #include "system/child.h"
 #include "system/exit_status.h"
+#include "system/files.h"
 #include "system/make_directories.h"
+#include "system/output.h"
 #include "system/path_exists.h"
 
 namespace fs = std::filesystem;
@@ -42,7 +43,7 @@ constexpr std::chrono::milliseconds probe_limit{500};
 
 // A pid file that cannot be written goes unreported: the daemon runs all the same.
 void record_pid(const Config& config, pid_t pid) {
-  std::ofstream(pid_file_of(config), std::ios::trunc) << std::to_string(pid) + "\n";
+  write_file(pid_file_of(config), std::to_string(pid) + "\n");
 }
 
 // A number that does not fit a pid must not be used: signals to zero and below reach whole groups.
@@ -69,7 +70,7 @@ Config prepare_state_dir(Config config) {
   // Cannot fail: a fresh child is never a process group leader.
   setsid();
   execute(command);
-  std::cerr << "could not start " + command[0] + ": exec failed\n";
+  print_error("could not start " + command[0] + ": exec failed\n");
   _exit(status_exec_failed);
 }
 
@@ -77,20 +78,19 @@ int wait_for_daemon(const Config& config, pid_t pid, const std::vector<std::stri
   for (int i = 0; i < poll_tries; ++i) {
     pause_before_try();
     if (daemon_healthy(config.control_port, probe_limit)) {
-      std::cout << "running (pid " + std::to_string(pid) + ", mode " + config.mode +
-                       ")\ndashboard: http://127.0.0.1:" + std::to_string(config.control_port) +
-                       "/\n";
+      print("running (pid " + std::to_string(pid) + ", mode " + config.mode +
+            ")\ndashboard: http://127.0.0.1:" + std::to_string(config.control_port) + "/\n");
       return status_success;
     }
     // Only now: a daemon may go on in a process of its own and still answer.
     if (waitpid(pid, nullptr, WNOHANG) == pid) {
-      std::cerr << "velund exited during startup — run it by hand to see why:\n  " +
-                       command_text(command) + "\n";
+      print_error("velund exited during startup — run it by hand to see why:\n  " +
+                  command_text(command) + "\n");
       return status_failure;
     }
   }
-  std::cerr << "started (pid " + std::to_string(pid) +
-                   ") but the control port did not answer in 5 s\n";
+  print_error("started (pid " + std::to_string(pid) +
+              ") but the control port did not answer in 5 s\n");
   return status_failure;
 }
 
@@ -113,22 +113,22 @@ bool wait_until_gone(pid_t pid) {
 int finish(const Config& config, const char* message) {
   std::error_code ignored;
   fs::remove(pid_file_of(config), ignored);
-  std::cout << message;
+  print(message);
   return status_success;
 }
 
 int stop_recorded(const Config& config, pid_t pid) {
   const std::string number = std::to_string(pid);
   if (!daemon_healthy(config.control_port)) {
-    std::cerr << "the recorded pid " + number + " is alive but no daemon answers on port " +
-                     std::to_string(config.control_port) +
-                     " — not killing it; if it is a stuck daemon, `kill " + number + "`\n";
+    print_error("the recorded pid " + number + " is alive but no daemon answers on port " +
+                std::to_string(config.control_port) +
+                " — not killing it; if it is a stuck daemon, `kill " + number + "`\n");
     return status_failure;
   }
   // A daemon that ends between the test and the signal is what the wait below expects anyway.
   kill(pid, SIGTERM);
   if (!wait_until_gone(pid)) {
-    std::cerr << "still running after 5 s — `kill -9 " + number + "` if you mean it\n";
+    print_error("still running after 5 s — `kill -9 " + number + "` if you mean it\n");
     return status_failure;
   }
   return finish(config, "stopped\n");
@@ -138,17 +138,17 @@ int stop_recorded(const Config& config, pid_t pid) {
 
 int start_daemon(const Config& config, const std::string& argument_zero) {
   if (config.mode == "off") {
-    std::cout << "mode is off — nothing to start (see `velun mode`)\n";
+    print("mode is off — nothing to start (see `velun mode`)\n");
     return status_success;
   }
   if (daemon_healthy(config.control_port)) {
-    std::cout << "already running on control port " + std::to_string(config.control_port) + "\n";
+    print("already running on control port " + std::to_string(config.control_port) + "\n");
     return status_success;
   }
   // What kind of thing it is, the daemon judges.
   if (!config.model_dir.empty() && !path_exists(config.model_dir)) {
-    std::cerr << "model_dir does not exist: " + config.model_dir +
-                     "\n`velun help model` explains how to get a model.\n";
+    print_error("model_dir does not exist: " + config.model_dir +
+                "\n`velun help model` explains how to get a model.\n");
     return status_failure;
   }
   const Config launched = prepare_state_dir(config);
@@ -158,7 +158,7 @@ int start_daemon(const Config& config, const std::string& argument_zero) {
 
   const pid_t pid = fork_child();
   if (pid < 0) {
-    std::cerr << "fork failed\n";
+    print_error("fork failed\n");
     return status_failure;
   }
   if (pid == 0) {
@@ -175,8 +175,8 @@ int stop_daemon(const Config& config) {
     return stop_recorded(config, *pid);
   }
   if (daemon_healthy(config.control_port)) {
-    std::cerr << "a daemon answers on port " + std::to_string(config.control_port) +
-                     " but this CLI did not start it — not touching it\n";
+    print_error("a daemon answers on port " + std::to_string(config.control_port) +
+                " but this CLI did not start it — not touching it\n");
     return status_failure;
   }
   return finish(config, "not running\n");

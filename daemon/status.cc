@@ -1,10 +1,10 @@
 #include "daemon/status.h"
 
-#include <iostream>
 #include <nlohmann/json.hpp>
 
 #include "daemon/control_client.h"
 #include "system/exit_status.h"
+#include "system/output.h"
 
 using nlohmann::json;
 
@@ -77,20 +77,20 @@ std::optional<std::string> status_report(const std::string& body, int control_po
 int print_status(const Config& config) {
   const std::optional<std::string> body = ask_daemon(config, "/v1/status");
   if (!body) {
-    std::cout << "not running (configured mode: " + config.mode + ")\n";
+    print("not running (configured mode: " + config.mode + ")\n");
     return status_success;
   }
   // Healthy without the token and empty with it: the likeliest reason is a token of another daemon.
   if (body->empty()) {
-    std::cerr << "the daemon answers /healthz but refused /v1/status — token mismatch?\n";
+    print_error("the daemon answers /healthz but refused /v1/status — token mismatch?\n");
     return status_failure;
   }
   const std::optional<std::string> report = status_report(*body, config.control_port);
   if (!report) {
-    std::cerr << "unparseable /v1/status\n";
+    print_error("unparseable /v1/status\n");
     return status_failure;
   }
-  std::cout << *report;
+  print(*report);
   return status_success;
 }
 

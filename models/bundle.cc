@@ -1,10 +1,8 @@
 #include "models/bundle.h"
 
-#include <cstdio>
-#include <fstream>
-#include <memory>
 #include <nlohmann/json.hpp>
 
+#include "system/files.h"
 #include "system/path_exists.h"
 
 namespace fs = std::filesystem;
@@ -39,14 +37,6 @@ constexpr const char* standard_heads[] = {"EMAIL",       "USERNAME", "URL",     
                                           "PLATE",       "DOB",      "NETADDR", "POSTAL_CODE",
                                           "CUSTOMER_ID", "SECRET",   "CODENAME"};
 
-void write_text(const fs::path& path, const std::string& text) {
-  std::ofstream(path, std::ios::trunc) << text;
-}
-
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 }  // namespace
 
 bool bundle_complete(const fs::path& bundle) {
@@ -77,13 +67,12 @@ std::string manifest_json(const ModelCard& card) {
 }
 
 void write_own_files(const ModelCard& card, const fs::path& bundle) {
-  write_text(bundle / "labels.json", labels_json(card));
-  write_text(bundle / "manifest.json", manifest_json(card));
+  write_file(bundle / "labels.json", labels_json(card));
+  write_file(bundle / "manifest.json", manifest_json(card));
 }
 
 bool tokenizer_parses(const fs::path& bundle) {
-  const fs::path path = bundle / "tokenizer.json";
-  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "re"));
+  const File file = open_for_reading(bundle / "tokenizer.json");
   // Read as it goes: tens of megabytes need neither a tree nor their text in memory.
   return file != nullptr && nlohmann::json::accept(file.get());
 }

@@ -9,7 +9,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <iostream>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -19,6 +18,7 @@
 #include "models/token_header.h"
 #include "system/child.h"
 #include "system/exit_status.h"
+#include "system/output.h"
 #include "system/path_exists.h"
 
 namespace fs = std::filesystem;
@@ -44,12 +44,11 @@ void remove_ignoring_errors(const fs::path& path) {
 }
 
 void explain_gate(const ModelCard& card, const BundleFile& file) {
-  std::cerr << "\n" + card.display_name + " on " + hub_host +
-                   " is licence-gated. Either\n  1. wait for the Quorvane mirror (" +
-                   mirror_url(card, file) + "), or\n  2. sign in at " + hub_base_url +
-                   card.repository +
-                   ", accept the licence, create a READ token and run\n"
-                   "     VELUN_HF_TOKEN=hf_... velun model fetch\n";
+  print_error("\n" + card.display_name + " on " + hub_host +
+              " is licence-gated. Either\n  1. wait for the Quorvane mirror (" +
+              mirror_url(card, file) + "), or\n  2. sign in at " + hub_base_url + card.repository +
+              ", accept the licence, create a READ token and run\n"
+              "     VELUN_HF_TOKEN=hf_... velun model fetch\n");
 }
 
 int download_from_hub(const Config& config, const ModelCard& card, const BundleFile& file,
@@ -106,16 +105,16 @@ bool download_file(const Config& config, const ModelCard& card, const BundleFile
   std::error_code no_size;
   // What has no size to ask for, such as a directory, counts as here, as in a complete bundle.
   if (path_exists(final_path) && fs::file_size(final_path, no_size) != 0) {
-    std::cout << "  " + file.local_name + " — already here\n";
+    print("  " + file.local_name + " — already here\n");
     return true;
   }
-  std::cout << "  " + file.local_name + " (~" + size_text(file.expected_size) + ")\n";
+  print("  " + file.local_name + " (~" + size_text(file.expected_size) + ")\n");
   // Whatever an interrupted run left under this name, curl overwrites.
   const std::string part = final_path.string() + ".part";
   if (run_curl(mirror_url(card, file), part, "") != 0) {
     remove_ignoring_errors(part);
     if (download_from_hub(config, card, file, part) != 0) {
-      std::cerr << "download failed: " + file.remote_path + "\n";
+      print_error("download failed: " + file.remote_path + "\n");
       remove_ignoring_errors(part);
       return false;
     }

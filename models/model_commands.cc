@@ -1,7 +1,6 @@
 #include "models/model_commands.h"
 
 #include <filesystem>
-#include <iostream>
 
 #include "config/config_file.h"
 #include "config/locations.h"
@@ -12,6 +11,7 @@
 #include "models/token_header.h"
 #include "system/exit_status.h"
 #include "system/make_directories.h"
+#include "system/output.h"
 #include "system/path_exists.h"
 
 namespace fs = std::filesystem;
@@ -40,7 +40,7 @@ int list_models(const Config& config) {
   } else if (text.empty()) {
     text = "no models — `velun model fetch` downloads one (~1.2 GB)\n";
   }
-  std::cout << text;
+  print(text);
   return status_success;
 }
 
@@ -50,12 +50,12 @@ int fetch_model(const Config& config, const std::string& argument) {
   const bool compact = argument == "compact";
   // Said and done otherwise, not refused: who asks for the small one still needs a model.
   if (compact && !card.has_compact) {
-    std::cout << card.display_name + " ships full size only; fetching that.\n";
+    print(card.display_name + " ships full size only; fetching that.\n");
   }
   const std::string variant = compact && card.has_compact ? "compact" : "full";
   const fs::path bundle = models_dir_of(config) / card.id;
   make_directories(bundle);
-  std::cout << "fetching " + card.id + " (" + variant + ")\n";
+  print("fetching " + card.id + " (" + variant + ")\n");
   // What is complete stays when a later file fails, and the next fetch goes on from there.
   for (const BundleFile& file : bundle_files(card, variant)) {
     if (!download_file(config, card, file, bundle)) {
@@ -64,16 +64,16 @@ int fetch_model(const Config& config, const std::string& argument) {
   }
   write_own_files(card, bundle);
   if (!tokenizer_parses(bundle)) {
-    std::cerr << "tokenizer.json did not parse — delete " + bundle.string() + " and fetch again\n";
+    print_error("tokenizer.json did not parse — delete " + bundle.string() + " and fetch again\n");
     return status_failure;
   }
-  std::cout << "done. activate it with: velun model use " + card.id + "\n";
+  print("done. activate it with: velun model use " + card.id + "\n");
   return status_success;
 }
 
 int use_model(Config config, const std::string& argument) {
   if (argument.empty()) {
-    std::cerr << "usage: velun model use <id-or-path>\n";
+    print_error("usage: velun model use <id-or-path>\n");
     return status_usage;
   }
   // What is in the current directory wins over a downloaded bundle of that name.
@@ -82,11 +82,11 @@ int use_model(Config config, const std::string& argument) {
     bundle = models_dir_of(config) / argument;
   }
   if (!path_exists(bundle)) {
-    std::cerr << "no bundle at " + argument + " — `velun model list`\n";
+    print_error("no bundle at " + argument + " — `velun model list`\n");
     return status_failure;
   }
   if (!bundle_complete(bundle)) {
-    std::cerr << bundle.string() + " is incomplete (needs a graph, tokenizer.json, labels.json)\n";
+    print_error(bundle.string() + " is incomplete (needs a graph, tokenizer.json, labels.json)\n");
     return status_failure;
   }
   // Absolute, for the next start may come from another directory; neither tidied nor resolved, for
@@ -96,7 +96,7 @@ int use_model(Config config, const std::string& argument) {
   save_config(config);
   // Only said: a restart interrupts the traffic of every client, which is the user's to decide.
   if (daemon_healthy(config.control_port)) {
-    std::cout << "restart to load it: velun restart\n";
+    print("restart to load it: velun restart\n");
   }
   return status_success;
 }
@@ -113,7 +113,7 @@ int run_model_command(const Config& config, const std::string& word, const std::
   if (word == "use") {
     return use_model(config, argument);
   }
-  std::cerr << "usage: velun model [list|fetch [compact]|use <id>]\n";
+  print_error("usage: velun model [list|fetch [compact]|use <id>]\n");
   return status_usage;
 }
 

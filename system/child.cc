@@ -1,9 +1,8 @@
 #include "system/child.h"
+#include "system/output.h"
 
 #include <signal.h>
 #include <unistd.h>
-
-#include <iostream>
 
 namespace velun {
 namespace {
@@ -22,7 +21,7 @@ void ignore_abandoned_output() {
 
 pid_t fork_child() {
   // A child that writes to standard error would write out, once more, what it found unwritten here.
-  std::cout << std::flush;
+  flush_output();
   return fork();
 }
 

@@ -1,11 +1,10 @@
 #include "system/make_directories.h"
-
-#include <iostream>
+#include "system/output.h"
 
 namespace velun {
 
 void make_directories(const std::filesystem::path& path) {
-  std::cout << std::flush;
+  flush_output();
   std::filesystem::create_directories(path);
 }
 

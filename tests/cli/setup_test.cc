@@ -5,8 +5,7 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
-#include <iostream>
-#include <sstream>
+#include <cstdio>
 
 #include "tests/support/dialogue.h"
 #include "tests/support/terminal.h"
@@ -269,21 +268,16 @@ const std::vector<Prompt> prompts = {
 };
 
 TEST(PromptValue, shows_label_and_offer_and_returns_the_line_untouched) {
-  std::streambuf* const input = std::cin.rdbuf();
-  std::streambuf* const output = std::cout.rdbuf();
+  const Sandbox sandbox;
   for (const Prompt& row : prompts) {
-    std::istringstream in(row.input);
-    std::ostringstream out;
-    std::cin.clear();
-    std::cin.rdbuf(in.rdbuf());
-    std::cout.rdbuf(out.rdbuf());
+    write_file(sandbox.root() / "input", row.input);
+    ASSERT_NE(std::freopen((sandbox.root() / "input").c_str(), "r", stdin), nullptr);
+    testing::internal::CaptureStdout();
     const std::string answer = prompt_value(row.label, row.fallback);
-    std::cin.rdbuf(input);
-    std::cout.rdbuf(output);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), row.out);
     EXPECT_EQ(answer, row.answer) << row.out;
-    EXPECT_EQ(out.str(), row.out);
   }
-  std::cin.clear();
+  ASSERT_NE(std::freopen("/dev/null", "r", stdin), nullptr);
 }
 
 }  // namespace

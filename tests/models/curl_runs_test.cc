@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <iostream>
-#include <sstream>
 #include <tuple>
 
 #include "models/download.h"
@@ -261,11 +259,9 @@ class OneDownload : public RunCurl {
  protected:
   // Tries the calibration of this card where every curl fails; returns standard error.
   std::string errors_of_failing(const Config& config, const ModelCard& card) {
-    const std::ostringstream errors;
-    std::streambuf* screen = std::cerr.rdbuf(errors.rdbuf());
+    testing::internal::CaptureStderr();
     EXPECT_FALSE(download_file(config, card, bundle_files(card, "full")[1], sandbox.root()));
-    std::cerr.rdbuf(screen);
-    return errors.str();
+    return testing::internal::GetCapturedStderr();
   }
 
   EnvironmentVariable server{"VELUN_MODEL_MIRROR", "http://127.0.0.1:1"};

@@ -1,0 +1,36 @@
+// Reading and writing small files whole, and the first line of one.
+#pragma once
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace velun {
+
+/// Closes a file with its scope.
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+/// A file of the C library. Null when it could not be opened.
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+/// Opens the file for reading; a child does not inherit it.
+File open_for_reading(const std::filesystem::path& path);
+
+/// The whole content; nothing when the file cannot be opened or read. A directory opens for reading
+/// and fails on the first read.
+std::optional<std::string> read_file(const std::filesystem::path& path);
+
+/// The next line, without its newline; the empty text, too, at the end and when nothing can be
+/// read.
+std::string read_line(std::FILE* file);
+
+/// Replaces the content, or creates the file with the permissions that the mask leaves. A file that
+/// cannot be written goes unreported.
+void write_file(const std::filesystem::path& path, std::string_view text);
+
+}  // namespace velun
