@@ -95,8 +95,10 @@ Verdict apply_scalar(const KnownKey& known, const std::string& scalar, Config& c
 
 std::string unknown_key(const std::string& key) {
   const std::string candidate = suggest_key(key);
-  return "unknown key `" + key + "`" +
-         (candidate.empty() ? "" : " — did you mean `" + candidate + "`?");
+  std::string text = "unknown key `";
+  text.reserve(key.size() + 64);
+  text.append(key).append("`");
+  return candidate.empty() ? text : text.append(" — did you mean `").append(candidate).append("`?");
 }
 
 Verdict apply_entry(const std::string& key, const ConfigEntry& entry, Config& config) {
