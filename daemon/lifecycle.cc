@@ -5,8 +5,9 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
-#include <fstream>
+#include <limits>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -48,12 +49,12 @@ void record_pid(const Config& config, pid_t pid) {
 
 // A number that does not fit a pid must not be used: signals to zero and below reach whole groups.
 std::optional<pid_t> read_recorded_pid(const Config& config) {
-  std::ifstream file(pid_file_of(config));
-  pid_t pid = 0;
-  if (file >> pid && pid > 0) {
-    return pid;
-  }
-  return std::nullopt;
+  const std::optional<std::string> text = read_file(pid_file_of(config));
+  // No number at all is 0, and one that is too large for a long the largest long.
+  const long pid = text ? std::strtol(text->c_str(), nullptr, 10) : 0;
+  return pid > 0 && pid <= std::numeric_limits<pid_t>::max()
+             ? std::optional(static_cast<pid_t>(pid))
+             : std::nullopt;
 }
 
 // Creates the state directory and returns the configuration with its path filled in, so that the
