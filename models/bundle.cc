@@ -40,8 +40,11 @@ constexpr const char* standard_heads[] = {"EMAIL",       "USERNAME", "URL",     
 }  // namespace
 
 bool bundle_complete(const fs::path& bundle) {
-  return (path_exists(bundle / "model.fp32.onnx") || path_exists(bundle / "model.int8.onnx")) &&
-         path_exists(bundle / "tokenizer.json") && path_exists(bundle / "labels.json");
+  // One path for all of them: copying it takes longer than asking.
+  fs::path part = bundle / "";
+  const auto has = [&part](const char* name) { return path_exists(part.replace_filename(name)); };
+  return (has("model.fp32.onnx") || has("model.int8.onnx")) && has("tokenizer.json") &&
+         has("labels.json");
 }
 
 std::string labels_json(const ModelCard& card) {

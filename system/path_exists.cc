@@ -1,12 +1,11 @@
 #include "system/path_exists.h"
 
-#include <system_error>
+#include <unistd.h>
 
 namespace velun {
 
 bool path_exists(const std::filesystem::path& path) {
-  std::error_code ignored;
-  return std::filesystem::exists(path, ignored);
+  return access(path.c_str(), F_OK) == 0;
 }
 
 }  // namespace velun
