@@ -3,6 +3,8 @@
 #include <exception>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <string_view>
 #include <utility>
 
 using nlohmann::json;
@@ -10,17 +12,17 @@ using nlohmann::json;
 namespace velun {
 namespace {
 
-// What the report shows of one request, with the defaults of absent members.
+// What the report shows of one request; members may be absent.
 struct Entry {
   json kind = json::value_t::object;  // only what kind of value it is
-  json app = "?";
-  json model = "";
-  json outcome = "";
-  json duration_ms = 0;
+  std::optional<json> app = {};
+  std::optional<json> model = {};
+  std::optional<json> outcome = {};
+  std::optional<json> duration_ms = {};
 };
 
 // Null for a member that the report does not show.
-json* find_member(Entry& entry, const std::string& name) {
+std::optional<json>* find_member(Entry& entry, std::string_view name) {
   return name == "app"           ? &entry.app
          : name == "model"       ? &entry.model
          : name == "outcome"     ? &entry.outcome
@@ -33,13 +35,16 @@ void expect_members(const json& kind) {
   kind.value("", "");
 }
 
+std::string text_or(const std::optional<json>& member, const char* absent) {
+  return member ? member->get_ref<const std::string&>() : absent;
+}
+
 // Throws the library's type error for an entry or a member of another type.
 std::string line_of(const Entry& entry) {
   expect_members(entry.kind);
-  std::string line = entry.app.get_ref<const std::string&>() + "  ";
-  line += entry.model.get_ref<const std::string&>() + "  ";
-  line += entry.outcome.get_ref<const std::string&>() + "  ";
-  return line + std::to_string(entry.duration_ms.get<int>()) + " ms\n";
+  const int duration = entry.duration_ms ? entry.duration_ms->get<int>() : 0;
+  return text_or(entry.app, "?") + "  " + text_or(entry.model, "") + "  " +
+         text_or(entry.outcome, "") + "  " + std::to_string(duration) + " ms\n";
 }
 
 // Takes an answer apart while the library reads it and calls the public functions: a tree of eight
@@ -153,7 +158,7 @@ class TranscriptReader {
   json answer_;  // of these two, too, only what kind of value they are
   json entries_;
   Entry entry_;                                 // the one being read
-  json* member_ = nullptr;                      // where its next value belongs, if anywhere
+  std::optional<json>* member_ = nullptr;       // where its next value belongs, if anywhere
   std::string entry_key_;                       // its key, when the entries are an object
   std::map<std::string, Entry> keyed_entries_;  // shown in the order of their keys
   std::string lines_;                           // of the entries of an array, in their order
