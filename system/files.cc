@@ -17,7 +17,7 @@ std::optional<std::string> read_file(const std::filesystem::path& path) {
   if (const auto size = std::filesystem::file_size(path, no_size); !no_size) {
     text.reserve(size);
   }
-  char chunk[65536];
+  char chunk[4096];
   std::size_t count = 0;
   do {
     count = std::fread(chunk, 1, sizeof chunk, file.get());
