@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/transcript.h"
-#include "daemon/control_client.h"
+#include "daemon/ask_daemon.h"
 #include "system/exit_status.h"
 #include "system/output.h"
 

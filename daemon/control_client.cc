@@ -14,8 +14,6 @@
 #include <boost/beast/http/string_body.hpp>
 #include <boost/system/error_code.hpp>
 
-#include "config/locations.h"
-
 namespace asio = boost::asio;
 namespace http = boost::beast::http;
 
@@ -89,13 +87,6 @@ std::string control_get(int port, const std::string& path, const std::string& to
 
 bool daemon_healthy(int port, std::chrono::milliseconds limit) {
   return !control_get(port, "/healthz", "", limit).empty();
-}
-
-std::optional<std::string> ask_daemon(const Config& config, const std::string& path) {
-  if (!daemon_healthy(config.control_port)) {
-    return std::nullopt;
-  }
-  return control_get(config.control_port, path, read_control_token(config));
 }
 
 }  // namespace velun

@@ -1,12 +1,10 @@
 // The only way velun talks to the daemon: plain HTTP/1.1 GET requests to its control API on
-// 127.0.0.1, one connection each. Nothing is printed here; callers word every failure themselves.
+// 127.0.0.1, one connection each. The client prints nothing and reads no file; callers bring the
+// token and word every failure themselves.
 #pragma once
 
 #include <chrono>
-#include <optional>
 #include <string>
-
-#include "config/config.h"
 
 namespace velun {
 
@@ -26,11 +24,5 @@ std::string control_get(int port, const std::string& path, const std::string& to
 
 /// True when GET /healthz, without a token, is answered with status 200 and a non-empty body.
 bool daemon_healthy(int port, std::chrono::milliseconds limit = call_limit);
-
-/// What the daemon says at a `path` that wants the token: nothing when no daemon is healthy, which
-/// is asked first and without it; the empty text when a healthy one refuses or `control_get` fails
-/// otherwise. The body is the daemon's: whoever takes it apart must not copy its parts, for in an
-/// answer that is nested a hundred thousand levels deep a copy would exhaust the stack.
-std::optional<std::string> ask_daemon(const Config& config, const std::string& path);
 
 }  // namespace velun

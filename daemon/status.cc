@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "daemon/control_client.h"
+#include "daemon/ask_daemon.h"
 #include "system/exit_status.h"
 #include "system/output.h"
 
