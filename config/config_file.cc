@@ -12,6 +12,7 @@
 #include "system/output.h"
 
 namespace velun {
+
 bool load_config(Config& config, MissingFile missing_file) {
   const std::filesystem::path path = config_path();
   const std::optional<std::string> text = read_file(path);

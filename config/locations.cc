@@ -1,7 +1,8 @@
 #include "config/locations.h"
-#include "system/files.h"
 
 #include <cstdlib>
+
+#include "system/files.h"
 
 namespace fs = std::filesystem;
 

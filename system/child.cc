@@ -1,8 +1,9 @@
 #include "system/child.h"
-#include "system/output.h"
 
 #include <signal.h>
 #include <unistd.h>
+
+#include "system/output.h"
 
 namespace velun {
 namespace {

@@ -1,4 +1,5 @@
 #include "system/make_directories.h"
+
 #include "system/output.h"
 
 namespace velun {
