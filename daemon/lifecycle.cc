@@ -10,7 +10,6 @@
 #include <limits>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -112,8 +111,7 @@ bool wait_until_gone(pid_t pid) {
 
 // A pid file that cannot be removed goes unreported: its process is gone, which the next stop sees.
 int finish(const Config& config, const char* message) {
-  std::error_code ignored;
-  fs::remove(pid_file_of(config), ignored);
+  remove_file(pid_file_of(config));
   print(message);
   return status_success;
 }

@@ -1,16 +1,12 @@
 #include "models/download.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
-#include <string_view>
-#include <utility>
+#include <system_error>
 #include <vector>
 
 #include "config/locations.h"
@@ -18,6 +14,7 @@
 #include "models/token_header.h"
 #include "system/child.h"
 #include "system/exit_status.h"
+#include "system/files.h"
 #include "system/output.h"
 #include "system/path_exists.h"
 
@@ -25,11 +22,6 @@ namespace fs = std::filesystem;
 
 namespace velun {
 namespace {
-
-void remove_ignoring_errors(const fs::path& path) {
-  std::error_code ignored;
-  fs::remove(path, ignored);
-}
 
 // Runs in the child and never returns.
 [[noreturn]] void become_curl(pid_t parent, std::vector<std::string>& words) {
@@ -112,10 +104,10 @@ bool download_file(const Config& config, const ModelCard& card, const BundleFile
   // Whatever an interrupted run left under this name, curl overwrites.
   const std::string part = final_path.string() + ".part";
   if (run_curl(mirror_url(card, file), part, "") != 0) {
-    remove_ignoring_errors(part);
+    remove_file(part);
     if (download_from_hub(config, card, file, part) != 0) {
       print_error("download failed: " + file.remote_path + "\n");
-      remove_ignoring_errors(part);
+      remove_file(part);
       return false;
     }
   }

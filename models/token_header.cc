@@ -6,10 +6,10 @@
 
 #include <cerrno>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
 #include "config/locations.h"
+#include "system/files.h"
 
 namespace fs = std::filesystem;
 
@@ -33,11 +33,6 @@ class Descriptor {
   int number_;
 };
 
-void remove_ignoring_errors(const fs::path& path) {
-  std::error_code ignored;
-  fs::remove(path, ignored);
-}
-
 bool write_all(int file, std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = write(file, text.data(), text.size());
@@ -57,7 +52,7 @@ fs::path token_header_of(const Config& config) {
 }
 
 TokenHeader::TokenHeader(fs::path path, const std::string& token) : path_(std::move(path)) {
-  remove_ignoring_errors(path_);
+  remove_file(path_);
   const Descriptor file(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (file.get() < 0) {
     return;
@@ -67,16 +62,16 @@ TokenHeader::TokenHeader(fs::path path, const std::string& token) : path_(std::m
   fchmod(file.get(), S_IRUSR | S_IWUSR);
   // A full disk must not leave half a token for curl to send.
   if (!write_all(file.get(), "Authorization: Bearer " + token + "\n")) {
-    remove_ignoring_errors(path_);
+    remove_file(path_);
   }
 }
 
 TokenHeader::~TokenHeader() {
-  remove_ignoring_errors(path_);
+  remove_file(path_);
 }
 
 void remove_stale_token(const Config& config) {
-  remove_ignoring_errors(token_header_of(config));
+  remove_file(token_header_of(config));
 }
 
 }  // namespace velun

@@ -1,5 +1,8 @@
 #include "system/files.h"
 
+#include <system_error>
+#include <utility>
+
 namespace velun {
 
 File open_for_reading(const std::filesystem::path& path) {
@@ -32,6 +35,11 @@ std::string read_line(std::FILE* file) {
     line += static_cast<char>(c);
   }
   return line;
+}
+
+void remove_file(const std::filesystem::path& path) {
+  std::error_code ignored;
+  std::filesystem::remove(path, ignored);
 }
 
 void write_file(const std::filesystem::path& path, std::string_view text) {

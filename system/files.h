@@ -1,4 +1,4 @@
-// Reading and writing small files whole, and the first line of one.
+// Reading, writing and removing small files.
 #pragma once
 
 #include <cstdio>
@@ -28,6 +28,9 @@ std::optional<std::string> read_file(const std::filesystem::path& path);
 /// The next line, without its newline; the empty text, too, at the end and when nothing can be
 /// read.
 std::string read_line(std::FILE* file);
+
+/// Removes a file, a link or an empty directory; whether that worked goes unreported.
+void remove_file(const std::filesystem::path& path);
 
 /// Replaces the content, or creates the file with the permissions that the mask leaves. A file that
 /// cannot be written goes unreported.
