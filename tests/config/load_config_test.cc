@@ -51,6 +51,15 @@ TEST_F(LoadConfig, a_path_that_cannot_exist_is_no_configuration) {
   expect_missing(show(sandbox.root() / "file/velun.yaml"), sandbox.root() / "file/velun.yaml");
 }
 
+// The null device belongs to root, and everybody may write to it.
+TEST_F(LoadConfig, a_file_that_is_anothers_and_open_to_all_is_taken_like_any_other) {
+  sandbox.environment["VELUN_CLI_CONFIG"] = "/dev/null";
+  RunOptions options;
+  options.as_nobody = true;
+  EXPECT_EQ(seen(sandbox.velun({"config"}, options)),
+            success("file: /dev/null\n\n" + written("watch")));
+}
+
 TEST_F(LoadConfig, an_empty_file_is_valid) {
   write_file(sandbox.root() / "empty.yaml", "");
   for (const std::string path : {"/dev/null", "empty.yaml"}) {

@@ -165,6 +165,20 @@ TEST_F(SaveConfig, a_write_that_fails_is_said_to_be_written_all_the_same) {
   EXPECT_EQ(read_file(sandbox.root() / "short.yaml"), sandbox.rendering("off").substr(0, 100));
 }
 
+// The limit ends velun by a signal between the moment that empties the file and the first byte.
+TEST_F(SaveConfig, that_is_killed_half_way_leaves_an_empty_file_which_loads_as_the_defaults) {
+  sandbox.configure("mode: protect\n");
+  RunOptions options;
+  options.in_child = [] {
+    const rlimit limit{0, 0};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  };
+  EXPECT_EQ(sandbox.velun({"mode", "off"}, options).signal, SIGXFSZ);
+  EXPECT_EQ(file(), "");
+  EXPECT_EQ(seen(sandbox.velun({"config"})),
+            success("file: " + target + "\n\n" + written("watch")));
+}
+
 TEST_F(SaveConfig, a_directory_that_cannot_be_created_ends_the_process_after_all_that_was_said) {
   write_file(sandbox.root() / "file", "keep");
   for (const char* path : {"file/velun.yaml", "file/below/velun.yaml"}) {

@@ -120,6 +120,13 @@ TEST_F(StartArguments, name_a_relative_state_directory_as_it_is) {
   EXPECT_TRUE(std::filesystem::exists(sandbox.root() / ".local/share/velun/velun-cli.pid"));
 }
 
+TEST_F(StartArguments, go_through_no_shell) {
+  const std::string text = "http $(touch a) `touch b`; touch c & touch d | touch e > f *";
+  expect_flags("endpoint_url: '" + text + "'\n",
+               sandbox.daemon_flags({}, {"--model-endpoint", text}));
+  EXPECT_EQ(names_in(sandbox.root()), (Words{"err", "home", "in", "out", "programs"}));
+}
+
 TEST_F(StartArguments, are_shown_without_quotes_or_escapes) {
   sandbox.configure("intercept_apps: [\"it's $HOME\"]\n");
   sandbox.environment["VELUND"] = "/does/not exist";

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
+
+#include <atomic>
 
 #include "tests/support/lifecycle.h"
 
@@ -100,6 +103,37 @@ TEST_F(StartFiles, state_directory_that_cannot_be_created_ends_the_process_abnor
   }
   EXPECT_EQ(daemon.runs().size(), 0U);
   EXPECT_EQ(read_file(sandbox.root() / "file"), "not a directory");
+}
+
+TEST_F(StartFiles, are_as_open_as_the_file_creation_mask_leaves_them) {
+  sandbox.configure();
+  install_daemon("exit 0");
+  for (const mode_t mask : {0U, 022U, 077U}) {
+    const fs::path directory = sandbox.root() / ("mask" + std::to_string(mask)) / "state";
+    sandbox.environment["VELUN_STATE_DIR"] = directory;
+    RunOptions options;
+    options.in_child = [mask] { umask(mask); };
+    sandbox.velun({"start"}, options);
+    EXPECT_EQ(mode_of(directory), 0777 & ~mask);
+    EXPECT_EQ(mode_of(directory / "velun-cli.pid"), 0666 & ~mask);
+  }
+}
+
+TEST_F(StartFiles, pid_file_of_a_velun_that_was_killed_lets_stop_end_the_daemon) {
+  sandbox.configure();
+  const ScriptedProgram daemon = install_daemon("forever");
+  std::atomic<bool> healthy = false;
+  const LoopbackServer control(sandbox.control_port(), [&](const std::string&) {
+    return answer(healthy ? 200 : 503, healthy ? "ok" : "");
+  });
+  const pid_t velun = sandbox.start_velun({"start"});
+  EXPECT_TRUE(eventually([&] { return control.requests().size() == 2; }));
+  kill(velun, SIGKILL);
+  ASSERT_NE(wait_for(velun, std::chrono::seconds(10)), -1);
+  ASSERT_TRUE(newest_run_exists(daemon));
+  healthy = true;
+  EXPECT_EQ(seen(sandbox.velun({"stop"})), success("stopped\n"));
+  EXPECT_FALSE(newest_run_exists(daemon));
 }
 
 }  // namespace

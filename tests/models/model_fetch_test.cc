@@ -1,6 +1,7 @@
 // The command around the downloads: its words, the directory it fills, the files it writes itself.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "tests/models/expected_files.h"
 #include "tests/models/fetch_fixture.h"
@@ -47,6 +48,19 @@ TEST_F(ModelFetch, fills_the_state_directory_that_the_config_names) {
   EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(read_file(sandbox.root() / "a/b/models/velun-pii-m-v1.3/labels.json"), nineteen_heads);
   EXPECT_FALSE(fs::exists(sandbox.state_dir()));
+}
+
+TEST_F(ModelFetch, leaves_files_as_open_as_the_file_creation_mask_does) {
+  for (const mode_t mask : {0U, 022U, 077U}) {
+    RunOptions options;
+    options.in_child = [mask] { umask(mask); };
+    EXPECT_EQ(fetch(options), success(fresh_fetch));
+    EXPECT_EQ(mode_of(bundle()), 0777 & ~mask);
+    for (const std::string& name : names_in(bundle())) {
+      EXPECT_EQ(mode_of(bundle() / name), 0666 & ~mask) << name;
+    }
+    fs::remove_all(sandbox.state_dir());
+  }
 }
 
 TEST_F(ModelFetch, fills_a_relative_state_directory_below_the_current_one) {
