@@ -116,6 +116,10 @@ TEST(LogReport, prints_text_as_it_was_received) {
                 "é😀    padded    %s %n  0 ms\n");
 }
 
+TEST(LogReport, hands_control_sequences_on_to_the_terminal) {
+  expect_report(R"({"entries":[{"app":"\u001b[2J\u0007"}]})", "\x1b[2J\a      0 ms\n");
+}
+
 TEST(LogReport, keeps_a_zero_byte_in_a_text) {
   expect_report(R"({"entries":[{"app":"a\u0000b","model":"\u0000m","outcome":"o\u0000"}]})",
                 std::string("a\0b  \0m  o\0  0 ms\n", 18));

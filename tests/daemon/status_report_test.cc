@@ -150,6 +150,11 @@ TEST(StatusReport, prints_text_as_it_was_received) {
                    "dashboard: http://127.0.0.1:8902/\n"}});
 }
 
+TEST(StatusReport, hands_control_sequences_on_to_the_terminal) {
+  expect_reports({{R"({"mode":"\u001b[2J\u0007"})",
+                   "mode:      \x1b[2J\a\ndashboard: http://127.0.0.1:8902/\n"}});
+}
+
 TEST(StatusReport, ignores_members_that_it_does_not_know) {
   expect_reports({{R"({"Mode":1,"listener":null,"intercepts":[],"control_port":"x","":{}})",
                    "mode:      ?\ndashboard: http://127.0.0.1:8902/\n"},
