@@ -40,9 +40,9 @@ constexpr const char* standard_heads[] = {"EMAIL",       "USERNAME", "URL",     
 }  // namespace
 
 bool bundle_complete(const fs::path& bundle) {
-  // One path for all of them: copying it takes longer than asking.
-  fs::path part = bundle / "";
-  const auto has = [&part](const char* name) { return path_exists(part.replace_filename(name)); };
+  // Texts: putting paths together takes longer than asking.
+  const std::string directory = bundle.string() + "/";
+  const auto has = [&directory](const char* name) { return path_exists(directory + name); };
   return (has("model.fp32.onnx") || has("model.int8.onnx")) && has("tokenizer.json") &&
          has("labels.json");
 }

@@ -1,6 +1,7 @@
 #include "models/model_commands.h"
 
 #include <filesystem>
+#include <string_view>
 
 #include "config/config_file.h"
 #include "config/locations.h"
@@ -31,9 +32,10 @@ int list_models(const Config& config) {
     if (!entry->is_directory(unknown_counts_as_missing)) {
       continue;
     }
-    text += (entry->path().string() == config.model_dir ? "* " : "  ") +
-            entry->path().filename().string() +
-            (bundle_complete(entry->path()) ? "" : "  (incomplete)") + "\n";
+    const std::string& bundle = entry->path().native();
+    text += bundle == config.model_dir ? "* " : "  ";
+    text += std::string_view(bundle).substr(bundle.rfind('/') + 1);
+    text += bundle_complete(entry->path()) ? "\n" : "  (incomplete)\n";
   }
   if (!config.model_dir.empty() && !config.model_dir.starts_with(models_dir.string())) {
     text += "* " + config.model_dir + "  (external path)\n";

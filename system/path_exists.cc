@@ -4,7 +4,7 @@
 
 namespace velun {
 
-bool path_exists(const std::filesystem::path& path) {
+bool path_exists(const std::string& path) {
   return access(path.c_str(), F_OK) == 0;
 }
 
