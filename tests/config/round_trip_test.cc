@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <sstream>
 
 #include "config/writer.h"
 #include "tests/support/config_text.h"
@@ -95,6 +96,19 @@ TEST(RoundTrip, a_rendered_record_reads_back_to_the_same_record) {
     ASSERT_EQ(judged.problems, "") << "seed " << seed << ":\n" << render_config(config);
     ASSERT_EQ(fields_of(judged.config), fields_of(config)) << "seed " << seed;
     ASSERT_EQ(judged.config, config) << "seed " << seed;
+  }
+}
+
+// Whoever adds a field adds it to the generator as well.
+TEST(RoundTrip, is_tried_with_more_than_the_default_of_every_field) {
+  std::istringstream defaults(fields_of(Config()));
+  for (std::string line; std::getline(defaults, line);) {
+    bool varied = false;
+    for (unsigned seed = 1; seed <= 100 && !varied; ++seed) {
+      varied = ("\n" + fields_of(Generator(seed).config())).find("\n" + line + "\n") ==
+               std::string::npos;
+    }
+    EXPECT_TRUE(varied) << line;
   }
 }
 
