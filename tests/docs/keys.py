@@ -23,15 +23,15 @@ def _fields():
     return found(r"^  [a-z:<>]+ ([a-z_]+)(?: = (.*?))?;", record, "config/config.h")
 
 
-def _field_names():
+def field_names():
     return [name for name, _ in _fields()]
 
 
 def _table():
     """The rows of the validator's table, each with what it takes."""
-    source = text_of("config/validator.cc")
-    table = part(source, r"^constexpr KnownKey KNOWN_KEYS\[\] = \{$", r"^\};", "config/validator.cc")
-    return found(r'\{"([^"]+)", "([^"]+)", [^}]+\}', table, "config/validator.cc")
+    where = "config/validator.cc"
+    table = part(text_of(where), r"^constexpr KnownKey KNOWN_KEYS\[\] = \{$", r"^\};", where)
+    return found(r'\{"([^"]+)", "([^"]+)", [^}]+\}', table, where)
 
 
 def _manual_items():
@@ -55,7 +55,7 @@ def _keys_shown(build, config):
 
 
 def the_validator_knows_the_fields_of_the_record(build):
-    expect_same(_field_names(), "Config", [key for key, _ in _table()], "KNOWN_KEYS")
+    expect_same(field_names(), "Config", [key for key, _ in _table()], "KNOWN_KEYS")
 
 
 def every_key_of_the_validator_is_written_back(build):
@@ -73,7 +73,7 @@ def the_writer_keeps_the_order_of_the_record(build):
 
 
 def the_manual_explains_the_fields_of_the_record(build):
-    expect_same(_field_names(), "Config", _manual_items(), "KEYS of velun.yaml(5)")
+    expect_same(field_names(), "Config", _manual_items(), "KEYS of velun.yaml(5)")
 
 
 def the_manual_names_the_defaults_of_the_record(build):
@@ -86,16 +86,16 @@ def the_example_of_the_manual_is_valid_and_complete(build):
     text = text_of("man/velun.yaml.5.in")
     example = part(text, r"^\.Bd -literal -offset indent\n", r"^\.Ed", "velun.yaml(5)")
     keys = found(r"^([a-z_]+): ", example, "EXAMPLES of velun.yaml(5)")
-    expected = [name for name in _field_names() if name != "endpoint_url"]
+    expected = [name for name in field_names() if name != "endpoint_url"]
     expect_same(expected, "Config", keys, "EXAMPLES of velun.yaml(5)")
     expect_same(expected, "Config", _keys_shown(build, example), "velun config")
 
 
 def the_help_names_the_fields_of_the_record(build):
     keys = found(r"^  ([a-z_]+): ", run_velun(build, "help", "config"), "velun help config")
-    expect_same(_field_names(), "Config", keys, "velun help config")
+    expect_same(field_names(), "Config", keys, "velun help config")
 
 
 def the_tests_compare_the_fields_of_the_record(build):
     keys = found(r'"(?:\\n)?([a-z_]+)="', text_of("tests/support/config_text.h"), "fields_of")
-    expect_same(_field_names(), "Config", keys, "fields_of")
+    expect_same(field_names(), "Config", keys, "fields_of")

@@ -9,6 +9,9 @@ import tempfile
 
 root = pathlib.Path(__file__).resolve().parents[2]
 
+# The folders of the product, each of which uses only those before it.
+rooms = ("system", "config", "daemon", "models", "cli")
+
 
 def text_of(name):
     return (root / name).read_text(encoding="utf-8")
@@ -33,7 +36,7 @@ def expect_same(expected, expected_name, actual, actual_name):
     """Fails with a diff when the two lists differ, the order of their items included."""
     expected, actual = list(expected), list(actual)
     if expected != actual:
-        lines = difflib.unified_diff(expected, actual, expected_name, actual_name, lineterm="", n=99)
+        lines = difflib.unified_diff(expected, actual, expected_name, actual_name, n=99, lineterm="")
         raise AssertionError("\n".join(lines))
 
 

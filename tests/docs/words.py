@@ -13,8 +13,9 @@ def _commands():
 
 def _topics():
     """The rows of the table of help topics, without the overview, which has no name."""
-    table = part(text_of("cli/help.cc"), r"^constexpr Topic topics\[\] = \{$", r"^\};", "cli/help.cc")
-    return sorted(name for name in found(r'^    \{"([^"]*)",$', table, "cli/help.cc") if name)
+    where = "cli/help.cc"
+    table = part(text_of(where), r"^constexpr Topic topics\[\] = \{$", r"^\};", where)
+    return sorted(name for name in found(r'^    \{"([^"]*)",$', table, where) if name)
 
 
 def _modes():
@@ -88,7 +89,8 @@ def the_refusal_of_a_topic_names_the_topics_of_the_table(build):
 def the_help_on_modes_and_configuration_names_the_modes(build):
     heads = found(r"^([a-z]+)  ", run_velun(build, "help", "modes"), "velun help modes")
     expect_same(_modes(), "config/config.h", sorted(heads), "velun help modes")
-    choice = found(r"^  mode: ([a-z| ]+?)  ", run_velun(build, "help", "config"), "velun help config")
+    topic = run_velun(build, "help", "config")
+    choice = found(r"^  mode: ([a-z| ]+?)  ", topic, "velun help config")
     expect_same(_modes(), "config/config.h", _choice(choice[0]), "velun help config")
     choice = found(r"^  velun mode (\S+)", run_velun(build, "help"), "velun help")
     expect_same(_modes(), "config/config.h", _choice(choice[0]), "velun help")
@@ -145,7 +147,8 @@ def the_manual_explains_the_topics_of_the_table(build):
 
 
 def the_manual_explains_the_modes_and_the_actions_of_model(build):
-    expect_same(_modes(), "config/config.h", _choice(_manual_items("mode")[0]), "COMMANDS of velun(1)")
+    modes = _choice(_manual_items("mode")[0])
+    expect_same(_modes(), "config/config.h", modes, "COMMANDS of velun(1)")
     actions = {item.removeprefix("Op Cm ").split()[0] for item in _manual_items("model")}
     expect_same(_actions(), "run_model_command", sorted(actions), "COMMANDS of velun(1)")
 
