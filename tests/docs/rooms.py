@@ -56,14 +56,14 @@ def heavy_libraries_stay_behind_their_walls(build):
 
 
 def the_files_that_the_pages_name_are_there(build):
-    missing = [f"{page}: {name}" for page, name in _names(r"\b(?:\w+/)+[\w.]+\.\w+\b")
+    missing = [f"{page}: {name}" for page, name in _names(r"\b(?:[a-z_]+/)+[\w.]+\.[a-z]+\b")
                if not (root / name).is_file()]
     assert not missing, "no such file:\n" + "\n".join(missing)
 
 
 def the_functions_that_the_pages_name_are_there(build):
     words = set()
-    for file in _sources() + sorted((root / "tests").rglob("*.h")):
+    for file in [*_sources(), root / "CMakeLists.txt", *(root / "tests").rglob("*.h")]:
         words.update(re.findall(r"\w+", file.read_text(encoding="utf-8")))
     missing = [f"{page}: {name}" for page, name in _names(r"(?<![\w./])[a-z]+(?:_[a-z]+)+(?![\w./])")
                if name not in words]
