@@ -4,6 +4,7 @@ A message, for these rules, is one line of what a source puts together from lite
 whatever is put in between; a literal of one bare word is a name and put in. In the manual, what
 stands fast in a message is bold, and what differs from case to case is underlined."""
 
+import functools
 import re
 import subprocess
 
@@ -36,12 +37,30 @@ def _unescaped(literal):
     return re.sub(r"\\(.)", lambda escape: _escapes.get(escape[1], escape[1]), literal)
 
 
+def _sources():
+    """The text of every source, without the marks that divide long numbers."""
+    files = [file for room in rooms for file in sorted((root / room).glob("*.cc"))]
+    return {file.relative_to(root): re.sub(r"(?<=\d)'(?=\d)", "", file.read_text(encoding="utf-8"))
+            for file in files}
+
+
+def _is_name(literal):
+    return re.fullmatch(r"[\w./?-]+", literal)
+
+
+@functools.cache
+def _names():
+    """What may stand fast in the manual where a source puts something in."""
+    literals = [token["literal"] for source in _sources().values()
+                for token in _token.finditer(source)]
+    return sorted({literal for literal in literals if literal and _is_name(literal)})
+
+
 def _texts(source):
     """The texts that the source puts together. "^" stands where one begins to be printed."""
-    code = re.sub(r"(?<=\d)'(?=\d)", "", source)
     text, last = "", 0
-    for token in _token.finditer(code):
-        between = code[last:token.start()].replace("::", "")
+    for token in _token.finditer(source):
+        between = source[last:token.start()].replace("::", "")
         last = token.end()
         if re.search(r"[;{}?:,]", between):
             yield text
@@ -52,7 +71,7 @@ def _texts(source):
             text += "…"
         literal = token["literal"]
         if literal is not None:
-            text += "…" if re.fullmatch(r"[\w./?-]+", literal) else _unescaped(literal)
+            text += "…" if _is_name(literal) else _unescaped(literal)
     yield text
 
 
@@ -64,13 +83,11 @@ def _plain(text):
 def _messages():
     """The messages in the sources, with "^" and "$" where a line of output begins and ends."""
     result = {}
-    for file in sorted(root.glob("*/*.cc")):
-        if file.parent.name not in rooms:
-            continue
-        for text in _texts(file.read_text(encoding="utf-8")):
+    for file, source in _sources().items():
+        for text in _texts(source):
             for line in text.replace("\n", "$\n^").split("\n"):
                 if re.search(r"[A-Za-z]", line) and re.search(r"[ $]", line):
-                    result[_plain(line)] = file.relative_to(root)
+                    result[_plain(line)] = file
     bare = {re.sub(r"^[\^… ]+|[ $]+$", "", line): line for line in result}
     for text in _no_messages:
         assert text in bare, f"no longer in the sources: {text}"
@@ -107,13 +124,15 @@ def _manual(build):
     return [re.sub(r"¦[¦ :]*", "¦", _plain(line)).strip() for line in lines]
 
 
+@functools.cache
 def _pattern(message):
     text = message.strip("^$ ")
     text = text if message.startswith("^") else text.lstrip("… ")
     text = text if message.endswith("$") else text.rstrip("… ")
     begin = "(?:^|¦)" if message.startswith("^") else ""
     end = "(?:$|¦)" if message.endswith("$") else ""
-    return re.compile(begin + re.escape(text).replace("…", ".+") + end)
+    put_in = "|".join(map(re.escape, _names()))
+    return re.compile(begin + re.escape(text).replace("…", f"(?:…|{put_in})") + end)
 
 
 def _is_printed(line, messages):

@@ -21,9 +21,9 @@ def _names(pattern):
 
 
 def the_architecture_shows_the_rooms_of_the_build(build):
-    picture = part(text_of("docs/architecture.md"), r"^## The rooms$", r"^## ", "docs/architecture.md")
-    shown = found(r"^([a-z]+)/  ", picture, "docs/architecture.md")
-    expect_same(reversed(rooms), "rooms", shown, "docs/architecture.md")
+    page = "docs/architecture.md"
+    picture = part(text_of(page), r"^## The rooms$", r"^## ", page)
+    expect_same(reversed(rooms), "rooms", found(r"^([a-z]+)/  ", picture, page), page)
     built = set(found(r"^ +([a-z]+)/[a-z_]+\.cc\)?$", text_of("CMakeLists.txt"), "CMakeLists.txt"))
     expect_same(sorted(rooms), "rooms", sorted(built), "CMakeLists.txt")
 
@@ -65,6 +65,6 @@ def the_functions_that_the_pages_name_are_there(build):
     words = set()
     for file in [*_sources(), root / "CMakeLists.txt", *(root / "tests").rglob("*.h")]:
         words.update(re.findall(r"\w+", file.read_text(encoding="utf-8")))
-    missing = [f"{page}: {name}" for page, name in _names(r"(?<![\w./])[a-z]+(?:_[a-z]+)+(?![\w./])")
-               if name not in words]
+    names = _names(r"(?<![\w./])[a-z]+(?:_[a-z]+)+(?![\w./])")
+    missing = [f"{page}: {name}" for page, name in names if name not in words]
     assert not missing, "no such name in the sources:\n" + "\n".join(missing)

@@ -36,8 +36,8 @@ def expect_same(expected, expected_name, actual, actual_name):
     """Fails with a diff when the two lists differ, the order of their items included."""
     expected, actual = list(expected), list(actual)
     if expected != actual:
-        lines = difflib.unified_diff(expected, actual, expected_name, actual_name, n=99, lineterm="")
-        raise AssertionError("\n".join(lines))
+        raise AssertionError("\n".join(difflib.unified_diff(
+            expected, actual, expected_name, actual_name, n=99, lineterm="")))
 
 
 def run_velun(build, *words, config=""):

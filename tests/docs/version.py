@@ -7,7 +7,8 @@ from tree import found, rooms, root, text_of
 
 
 def _version():
-    return found(r"^project\(velun VERSION ([0-9.]+)", text_of("CMakeLists.txt"), "CMakeLists.txt")[0]
+    where = "CMakeLists.txt"
+    return found(r"^project\(velun VERSION ([0-9.]+)", text_of(where), where)[0]
 
 
 def _names_the_version(text):
