@@ -12,6 +12,10 @@
 namespace velun::test {
 namespace {
 
+using Header = ElfW(Ehdr);
+using Segment = ElfW(Phdr);
+using Entry = ElfW(Dyn);
+
 template <typename Record>
 std::vector<Record> records(const std::string& bytes, std::size_t offset, std::size_t count) {
   std::vector<Record> result(count);
@@ -27,13 +31,13 @@ std::vector<Record> records(const std::string& bytes, std::size_t offset, std::s
 class Binary : public ::testing::Test {
  protected:
   Binary() : bytes_(read_file(VELUN_BINARY)) {
-    header_ = records<ElfW(Ehdr)>(bytes_, 0, 1).at(0);
-    segments_ = records<ElfW(Phdr)>(bytes_, header_.e_phoff, header_.e_phnum);
+    header_ = records<Header>(bytes_, 0, 1).at(0);
+    segments_ = records<Segment>(bytes_, header_.e_phoff, header_.e_phnum);
   }
 
   /// The first segment of a type.
-  std::optional<ElfW(Phdr)> segment(ElfW(Word) type) const {
-    for (const ElfW(Phdr) & each : segments_) {
+  std::optional<Segment> segment(ElfW(Word) type) const {
+    for (const Segment& each : segments_) {
       if (each.p_type == type) {
         return each;
       }
@@ -45,8 +49,8 @@ class Binary : public ::testing::Test {
   std::vector<ElfW(Xword)> dynamic(ElfW(Sxword) tag) const {
     std::vector<ElfW(Xword)> values;
     if (const auto table = segment(PT_DYNAMIC)) {
-      const std::size_t count = table->p_filesz / sizeof(ElfW(Dyn));
-      for (const auto& entry : records<ElfW(Dyn)>(bytes_, table->p_offset, count)) {
+      const std::size_t count = table->p_filesz / sizeof(Entry);
+      for (const auto& entry : records<Entry>(bytes_, table->p_offset, count)) {
         if (entry.d_tag == tag) {
           values.push_back(entry.d_un.d_val);
         }
@@ -56,8 +60,8 @@ class Binary : public ::testing::Test {
   }
 
   std::string bytes_;
-  ElfW(Ehdr) header_{};
-  std::vector<ElfW(Phdr)> segments_;
+  Header header_{};
+  std::vector<Segment> segments_;
 };
 
 TEST_F(Binary, may_be_loaded_anywhere) {

@@ -17,7 +17,7 @@ namespace {
 class SaveConfig : public SetupDialogue {
  protected:
   ino_t inode_of(const fs::path& path) {
-    struct stat status {};
+    struct stat status = {};
     EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
     return status.st_ino;
   }

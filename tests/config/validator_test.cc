@@ -89,9 +89,11 @@ TEST(Validator, directories_are_stored_without_a_look_at_them) {
   }
 }
 
+using PortOf = int Config::*;
+
 struct PortField {
   const char* key;
-  int Config::*field;
+  PortOf field;
 };
 
 constexpr PortField port_fields[] = {{"anthropic_port", &Config::anthropic_port},

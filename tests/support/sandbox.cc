@@ -209,7 +209,7 @@ std::string read_file(const fs::path& path) {
 }
 
 int mode_of(const fs::path& path) {
-  struct stat status {};
+  struct stat status = {};
   EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
   return static_cast<int>(status.st_mode & 07777);
 }
