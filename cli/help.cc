@@ -14,8 +14,8 @@ namespace {
 struct Topic {
   std::string_view name;
   std::string_view text;
-  std::string_view location = {};  // a place that packagers choose, behind the text
-  std::string_view rest = {};      // the text behind the location
+  const char* location = "";  // a place that packagers choose, behind the text
+  const char* rest = "";      // the text behind the location
 };
 
 // Fixed on purpose: the ports topic names the default ports whatever the configuration says, so

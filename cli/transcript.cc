@@ -15,10 +15,10 @@ namespace {
 // What the report shows of one request; members may be absent.
 struct Entry {
   json kind = json::value_t::object;  // only what kind of value it is
-  std::optional<json> app = {};
-  std::optional<json> model = {};
-  std::optional<json> outcome = {};
-  std::optional<json> duration_ms = {};
+  std::optional<json> app = std::nullopt;
+  std::optional<json> model = std::nullopt;
+  std::optional<json> outcome = std::nullopt;
+  std::optional<json> duration_ms = std::nullopt;
 };
 
 // Null for a member that the report does not show.
