@@ -91,11 +91,14 @@ std::string text_of(const Entry& entry) {
 int main(int argc, char* argv[]) {
   std::FILE* file = argc == 2 ? std::fopen(argv[1], "re") : nullptr;
   FlatReader reader;
-  if (file == nullptr || !read_file(file, reader)) {
+  const bool read = file != nullptr && read_file(file, reader);
+  if (file != nullptr) {
+    std::fclose(file);
+  }
+  if (!read) {
     std::fputs("yaml_reader: cannot read the file\n", stderr);
     return EXIT_FAILURE;
   }
-  std::fclose(file);
   for (const Entry& entry : reader.entries) {
     std::printf("%s: %s\n", entry.key.c_str(), text_of(entry).c_str());
   }

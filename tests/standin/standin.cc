@@ -106,13 +106,11 @@ tcp::acceptor listen_on(asio::io_context& io, int port) {
   tcp::acceptor acceptor(io, tcp::v4());
   fcntl(acceptor.native_handle(), F_SETFD, FD_CLOEXEC);
   acceptor.set_option(tcp::acceptor::reuse_address(true));
-  error_code error;
-  acceptor.bind({asio::ip::address_v4::loopback(), static_cast<unsigned short>(port)}, error);
-  if (!error) {
-    acceptor.listen(asio::socket_base::max_listen_connections, error);
-  }
-  if (error) {
-    throw std::runtime_error("port " + std::to_string(port) + ": " + error.message());
+  try {
+    acceptor.bind({asio::ip::address_v4::loopback(), static_cast<unsigned short>(port)});
+    acceptor.listen();
+  } catch (const boost::system::system_error& error) {
+    throw std::runtime_error("port " + std::to_string(port) + ": " + error.code().message());
   }
   return acceptor;
 }

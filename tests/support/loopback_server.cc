@@ -149,7 +149,7 @@ void LoopbackServer::serve(int socket) {
   // The peer's close is what ends a hanging connection when the server itself stays up.
   char byte = 0;
   while (reply.ending == Ending::hang && !stopping_ &&
-         !(readable(socket) && connection.read(&byte, 1) <= 0)) {
+         (!readable(socket) || connection.read(&byte, 1) > 0)) {
   }
 }
 

@@ -118,9 +118,9 @@ void perform(const Step& step, const std::string& self, int argc, char* argv[]) 
       sleep_ms(100);  // two minutes, should nobody end it before
     }
   } else if (step.word == "print") {
-    std::cout << step.rest << std::endl;
+    std::cout << step.rest << '\n' << std::flush;
   } else if (step.word == "complain") {
-    std::cerr << step.rest << std::endl;
+    std::cerr << step.rest << '\n';
   } else if (step.word == "output") {
     write_output(step.rest, argc, argv);
   } else if (step.word == "fail-on" &&
