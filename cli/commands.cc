@@ -69,7 +69,9 @@ constexpr Command commands[] = {
 }  // namespace
 
 int run_command(const Invocation& invocation) {
-  const auto* command = std::ranges::find(commands, invocation.command, &Command::word);
+  const auto* command =
+      std::find_if(std::begin(commands), std::end(commands),
+                   [&](const Command& each) { return each.word == invocation.command; });
   const bool known = command != std::end(commands);
   Config config;
   if (known && !command->needs_config) {

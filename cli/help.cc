@@ -103,7 +103,8 @@ own risk you can trust <state_dir>/ca.pem manually.
 }  // namespace
 
 std::optional<std::string> help_topic_text(const std::string& name) {
-  const auto* topic = std::ranges::find(topics, name, &Topic::name);
+  const auto* topic = std::find_if(std::begin(topics), std::end(topics),
+                                   [&](const Topic& each) { return each.name == name; });
   if (topic == std::end(topics)) {
     return std::nullopt;
   }

@@ -33,8 +33,11 @@ function(velun_compile_options target)
 endfunction()
 
 # Marks a source that uses Asio: GCC takes its thread-local lookup for a null pointer once it has
-# inlined it.
+# inlined it, and older releases use std::result_of, which C++20 has dropped, unless they are told
+# of its successor.
 function(velun_uses_asio source)
+  set_source_files_properties(${source} PROPERTIES
+    COMPILE_DEFINITIONS BOOST_ASIO_HAS_STD_INVOKE_RESULT)
   if("-Wnull-dereference" IN_LIST velun_strict_flags)
     set_source_files_properties(${source} PROPERTIES COMPILE_OPTIONS -Wno-null-dereference)
   endif()

@@ -102,7 +102,8 @@ std::string unknown_key(const std::string& key) {
 }
 
 Verdict apply_entry(const std::string& key, const ConfigEntry& entry, Config& config) {
-  const auto* known = std::ranges::find(KNOWN_KEYS, key, &KnownKey::key);
+  const auto* known = std::find_if(std::begin(KNOWN_KEYS), std::end(KNOWN_KEYS),
+                                   [&](const KnownKey& each) { return each.key == key; });
   if (known == std::end(KNOWN_KEYS)) {
     return unknown_key(key);
   }
