@@ -1,0 +1,36 @@
+# Removes what `cmake --install` put in place, below DESTDIR if that is set, and the directories that
+# it made, where nothing else has come to live in them: cmake -D BUILD=DIRECTORY -P uninstall.cmake
+cmake_minimum_required(VERSION 3.22)
+
+set(manifest "${BUILD}/install_manifest.txt")
+set(directories "${BUILD}/install_directories.txt")
+if(NOT EXISTS "${manifest}")
+  message(FATAL_ERROR "Nothing was installed from here: there is no ${manifest}.")
+endif()
+
+file(STRINGS "${manifest}" files)
+foreach(file IN LISTS files)
+  set(file "$ENV{DESTDIR}${file}")
+  if(EXISTS "${file}" OR IS_SYMLINK "${file}")
+    message(STATUS "Removing: ${file}")
+    file(REMOVE "${file}")
+  else()
+    message(STATUS "Gone already: ${file}")
+  endif()
+endforeach()
+
+set(made)
+if(EXISTS "${directories}")
+  file(STRINGS "${directories}" made)
+endif()
+# What is in a directory sorts behind it.
+list(SORT made ORDER DESCENDING)
+foreach(directory IN LISTS made)
+  set(directory "$ENV{DESTDIR}${directory}")
+  file(GLOB inside LIST_DIRECTORIES true "${directory}/*" "${directory}/.*")
+  if(IS_DIRECTORY "${directory}" AND NOT inside)
+    message(STATUS "Removing: ${directory}")
+    file(REMOVE_RECURSE "${directory}")
+  endif()
+endforeach()
+file(REMOVE "${manifest}" "${directories}")
