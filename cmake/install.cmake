@@ -13,6 +13,8 @@ set(velun_fish_completions_dir "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions
 configure_file(man/velun.1.in man/velun.1 @ONLY)
 configure_file(man/velun.yaml.5.in man/velun.yaml.5 @ONLY)
 
+include(cmake/linked_in.cmake)
+
 # The prefix may be chosen as late as at the installation.
 configure_file(cmake/prepare_install.cmake.in prepare_install.cmake @ONLY)
 install(SCRIPT ${PROJECT_BINARY_DIR}/prepare_install.cmake)
@@ -24,6 +26,7 @@ install(FILES completions/velun.bash DESTINATION ${velun_bash_completions_dir} R
 install(FILES completions/_velun DESTINATION ${VELUN_ZSH_COMPLETIONS_DIR})
 install(FILES completions/velun.fish DESTINATION ${velun_fish_completions_dir})
 install(FILES ${PROJECT_BINARY_DIR}/velun.service DESTINATION ${VELUN_SYSTEMD_USER_DIR})
+install(FILES ${PROJECT_BINARY_DIR}/linked-in.txt DESTINATION ${CMAKE_INSTALL_DOCDIR})
 foreach(document README.md SECURITY.md CHANGELOG.md LICENSE)
   if(EXISTS ${PROJECT_SOURCE_DIR}/${document})
     install(FILES ${document} DESTINATION ${CMAKE_INSTALL_DOCDIR})
