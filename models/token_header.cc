@@ -16,23 +16,6 @@ namespace fs = std::filesystem;
 namespace velun {
 namespace {
 
-// An open file descriptor, closed with its scope.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() {
-    if (number_ >= 0) {
-      close(number_);
-    }
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return number_; }
-
- private:
-  int number_;
-};
-
 bool write_all(int file, std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = write(file, text.data(), text.size());
@@ -52,21 +35,27 @@ fs::path token_header_of(const Config& config) {
 }
 
 TokenHeader::TokenHeader(fs::path path, const std::string& token) : path_(std::move(path)) {
+  const std::string line = "Authorization: Bearer " + token + "\n";
   remove_file(path_);
-  const Descriptor file(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-  if (file.get() < 0) {
+  file_ = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (file_ < 0) {
     return;
   }
   // Only a mask that denies the owner, too, makes this necessary: the file has been private from
   // its creation, so that a failure gives nothing away.
-  fchmod(file.get(), S_IRUSR | S_IWUSR);
+  fchmod(file_, S_IRUSR | S_IWUSR);
   // A full disk must not leave half a token for curl to send.
-  if (!write_all(file.get(), "Authorization: Bearer " + token + "\n")) {
+  if (!write_all(file_, line)) {
     remove_file(path_);
   }
 }
 
 TokenHeader::~TokenHeader() {
+  // Emptied as well as removed: the directory may have become one that nothing is removed from.
+  if (file_ >= 0) {
+    [[maybe_unused]] const int ignored = ftruncate(file_, 0);
+    close(file_);
+  }
   remove_file(path_);
 }
 

@@ -36,5 +36,17 @@ TEST(TokenHeaderFile, is_gone_when_the_token_did_not_fit_whole) {
   EXPECT_EQ(names_in(sandbox.root()), std::vector<std::string>{"home"});
 }
 
+// Under its other name the file cannot be removed.
+TEST(TokenHeaderFile, is_empty_in_the_end_wherever_it_cannot_be_removed) {
+  const Sandbox sandbox;
+  const std::filesystem::path second_name = sandbox.root() / "second name";
+  {
+    const TokenHeader header(sandbox.root() / "header", "hf_0123456789");
+    std::filesystem::create_hard_link(header.path(), second_name);
+    EXPECT_EQ(read_file(second_name), "Authorization: Bearer hf_0123456789\n");
+  }
+  EXPECT_EQ(read_file(second_name), "");
+}
+
 }  // namespace
 }  // namespace velun::test
