@@ -1,12 +1,17 @@
 #include "config/config_file.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 
 #include "tests/support/config_text.h"
 #include "tests/support/dialogue.h"
 #include "tests/support/environment_variable.h"
+#include "tests/support/failing_call.h"
 
 namespace fs = std::filesystem;
 
@@ -25,8 +30,17 @@ class LoadConfig : public ::testing::Test {
     EXPECT_EQ(seen(run), failure("no configuration at " + path + " — run `velun setup` first\n"));
   }
 
+  // What was written into a pipe and not yet read.
+  static int bytes_in(int pipe) {
+    int count = -1;
+    EXPECT_EQ(ioctl(pipe, FIONREAD, &count), 0);
+    return count;
+  }
+
   Sandbox sandbox;
 };
+
+using LoadConfigWithFaults = WithFaults<LoadConfig>;
 
 TEST_F(LoadConfig, a_directory_is_no_configuration) {
   expect_missing(show(sandbox.root()), sandbox.root());
@@ -42,6 +56,14 @@ TEST_F(LoadConfig, a_file_without_permission_is_no_configuration) {
 
 TEST_F(LoadConfig, a_file_whose_reading_fails_is_no_configuration) {
   expect_missing(show("/proc/self/mem"), "/proc/self/mem");
+}
+
+TEST_F(LoadConfigWithFaults, a_file_whose_reading_fails_half_way_is_no_configuration) {
+  sandbox.configure("# " + std::string(10000, 'c') + "\n");
+  for (const char* fault : {"read:error=EIO:when=2", "read:error=EIO:when=3"}) {
+    expect_missing(with_fault(sandbox, {"config"}, fault, sandbox.config_file()),
+                   sandbox.config_file());
+  }
 }
 
 TEST_F(LoadConfig, a_path_that_cannot_exist_is_no_configuration) {
@@ -88,10 +110,10 @@ TEST_F(LoadConfig, all_problems_are_reported_at_once_in_their_order) {
 
 TEST_F(LoadConfig, a_long_file_is_read_whole) {
   std::string text;
-  for (int line = 1; line <= 2000; ++line) {
+  while (text.size() < 10'000'000) {
     text += "# a comment\n";
   }
-  for (const std::size_t size : {4095U, 4096U, 4097U, 8192U, 24000U}) {
+  for (const std::size_t size : {4095U, 4096U, 4097U, 8192U, 24'000U, 10'000'000U}) {
     const std::string head = text.substr(0, size - 1) + "\n";
     write_file(sandbox.config_file(), head + "color: red");
     const auto lines = 1 + std::count(head.begin(), head.end(), '\n');
@@ -99,6 +121,37 @@ TEST_F(LoadConfig, a_long_file_is_read_whole) {
               failure(sandbox.config_file().string() + " has problems:\n  line " +
                       std::to_string(lines) + ": unknown key `color`\n"));
   }
+}
+
+TEST_F(LoadConfig, a_pipe_is_read_to_its_end) {
+  const std::string pipe = sandbox.root() / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  sandbox.environment["VELUN_CLI_CONFIG"] = pipe;
+  const pid_t velun = sandbox.start_velun({"config"});
+  int writer = -1;
+  // There is no way in before velun reads.
+  ASSERT_TRUE(
+      eventually([&] { return (writer = open(pipe.c_str(), O_WRONLY | O_NONBLOCK)) >= 0; }));
+  for (const std::string piece : {"mode: o", "ff\nmodel_dir: /m", "\n"}) {
+    EXPECT_EQ(write(writer, piece.data(), piece.size()), static_cast<ssize_t>(piece.size()));
+    EXPECT_TRUE(eventually([&] { return bytes_in(writer) == 0; }));
+  }
+  close(writer);
+  EXPECT_EQ(wait_for(velun, std::chrono::seconds(10)), 0);
+  EXPECT_EQ(read_file(sandbox.output_file()),
+            "file: " + pipe + "\n\n" + written("off", "model_dir: /m\n"));
+}
+
+TEST_F(LoadConfig, bytes_of_any_kind_are_shown_as_they_are) {
+  const std::string bytes("/a\0b \xff\xc3 \x01", 9);
+  sandbox.configure("state_dir: " + bytes + "\n");
+  EXPECT_EQ(seen(sandbox.velun({"config"})),
+            success("file: " + sandbox.config_file().string() + "\n\n" +
+                    sandbox.rendering("watch", "", "state_dir: " + bytes + "\n")));
+  sandbox.configure(bytes + ": x\n");
+  EXPECT_EQ(seen(sandbox.velun({"config"})),
+            failure(sandbox.config_file().string() + " has problems:\n  line 4: unknown key `" +
+                    bytes + "`\n"));
 }
 
 TEST_F(LoadConfig, a_missing_file_leaves_the_record_alone) {

@@ -30,6 +30,7 @@ class SaveConfig : public SetupDialogue {
   }
 
   const std::string target = sandbox.config_file();
+  const fs::path directory = sandbox.config_file().parent_path();
 };
 
 TEST_F(SaveConfig, writes_the_rendering_and_says_where) {
@@ -81,6 +82,14 @@ TEST_F(SaveConfig, writes_through_a_symbolic_link_and_keeps_it) {
   EXPECT_EQ(read_file(sandbox.root() / "real.yaml"), sandbox.rendering("off"));
 }
 
+TEST_F(SaveConfig, creates_what_a_dangling_link_leads_to) {
+  fs::create_directories(directory);
+  fs::create_symlink(sandbox.root() / "real.yaml", target);
+  EXPECT_EQ(seen(given("")), success(dialogue(target)));
+  EXPECT_EQ(fs::read_symlink(target), sandbox.root() / "real.yaml");
+  EXPECT_EQ(read_file(sandbox.root() / "real.yaml"), written("watch"));
+}
+
 TEST_F(SaveConfig, accepts_a_symbolic_link_as_the_directory) {
   fs::create_directories(sandbox.root() / "real");
   fs::create_directories(sandbox.home() / ".config");
@@ -96,13 +105,13 @@ TEST_F(SaveConfig, leaves_the_permissions_of_what_it_creates_to_the_file_creatio
     int directory_bits;
   };
   for (const Row& row : {Row{0, 0666, 0777}, Row{022, 0644, 0755}, Row{077, 0600, 0700}}) {
-    const fs::path directory = sandbox.root() / ("mask" + std::to_string(row.mask));
-    sandbox.environment["VELUN_CLI_CONFIG"] = directory / "velun.yaml";
+    const fs::path below = sandbox.root() / ("mask" + std::to_string(row.mask));
+    sandbox.environment["VELUN_CLI_CONFIG"] = below / "velun.yaml";
     RunOptions options;
     options.in_child = [&row] { umask(row.mask); };
     EXPECT_EQ(sandbox.velun({"setup"}, options).status, 0);
-    EXPECT_EQ(mode_of(directory / "velun.yaml"), row.file_bits);
-    EXPECT_EQ(mode_of(directory), row.directory_bits);
+    EXPECT_EQ(mode_of(below / "velun.yaml"), row.file_bits);
+    EXPECT_EQ(mode_of(below), row.directory_bits);
   }
 }
 
@@ -127,6 +136,15 @@ TEST_F(SaveConfig, a_file_that_cannot_be_opened_is_said_to_be_written_all_the_sa
   options.as_nobody = true;
   EXPECT_EQ(seen(sandbox.velun({"mode", "off"}, options)), success(sandbox.wrote()));
   EXPECT_EQ(file(), before);
+}
+
+TEST_F(SaveConfig, a_file_that_may_not_be_created_is_said_to_be_written_all_the_same) {
+  fs::create_directories(directory);
+  fs::permissions(directory, fs::perms::owner_read | fs::perms::owner_exec);
+  RunOptions options;
+  options.as_nobody = true;
+  EXPECT_EQ(seen(sandbox.velun({"setup"}, options)), success(dialogue(target)));
+  EXPECT_EQ(names_in(directory), std::vector<std::string>{});
 }
 
 // Whoever reads the line of the save finds the file: velun is held up in writing that line by a

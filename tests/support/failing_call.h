@@ -1,0 +1,46 @@
+// A run of velun in which the system refuses one of its calls, as it hardly ever does of its own
+// accord. No other process of the run is touched.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/support/sandbox.h"
+
+namespace velun::test {
+
+/// Runs velun with these words and this fault in strace's words, such as "read:error=EIO:when=2",
+/// in calls that concern the file `path` alone, unless it is empty.
+inline Outcome with_fault(Sandbox& sandbox, const std::vector<std::string>& words,
+                          const std::string& fault, const std::filesystem::path& path = {},
+                          RunOptions options = {}) {
+  std::vector<std::string> traced = {"-qq", "-o", sandbox.root() / "trace", "-e",
+                                     "inject=" + fault};
+  if (!path.empty()) {
+    traced.insert(traced.end(), {"-P", path});
+  }
+  traced.emplace_back(VELUN_BINARY);
+  traced.insert(traced.end(), words.begin(), words.end());
+  options.program = "/usr/bin/strace";
+  // The leak check of a sanitizer build cannot do its work under strace.
+  sandbox.environment["ASAN_OPTIONS"] += ":detect_leaks=0";
+  return sandbox.velun(traced, options);
+}
+
+/// A test of such runs; skipped where strace may not do that.
+template <typename Fixture>
+class WithFaults : public Fixture {
+ protected:
+  void SetUp() override {
+    Sandbox trial;
+    if (with_fault(trial, {"help"}, "write:error=ENOSPC:when=1").out != "") {
+      GTEST_SKIP() << "strace cannot make calls fail here";
+    }
+  }
+};
+
+}  // namespace velun::test
