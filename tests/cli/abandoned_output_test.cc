@@ -70,7 +70,10 @@ TEST_F(AbandonedOutput, leaves_every_status_as_it_is) {
     EXPECT_EQ(sandbox.velun({"help", "nonsense"}, options).status, 2);
     EXPECT_EQ(sandbox.velun({"config"}, options).status, 0);
     EXPECT_EQ(sandbox.velun({"status"}, options).status, 0);
+    EXPECT_EQ(sandbox.velun({"stats"}, options).status, 0);
+    EXPECT_EQ(sandbox.velun({"log"}, options).status, 0);
     EXPECT_EQ(sandbox.velun({"stop"}, options).status, 0);
+    EXPECT_EQ(sandbox.velun({"model", "list"}, options).status, 0);
     EXPECT_EQ(sandbox.velun({"model", "use", "x"}, options).status, 1);
     EXPECT_EQ(sandbox.velun({"setup"}, options).status, 0);
     EXPECT_EQ(sandbox.velun({"nonsense"}, options).status, 2);

@@ -106,7 +106,8 @@ TEST_F(Entry, a_full_or_closed_output_stream_leaves_the_status_as_it_is) {
       sandbox.configure();
       for (const Words& words :
            {Words{}, Words{"config"}, Words{"status"}, Words{"stats"}, Words{"log"}, Words{"stop"},
-            Words{"mode", "off"}, Words{"setup"}}) {
+            Words{"mode", "off"}, Words{"setup"}, Words{"start"}, Words{"restart"}, Words{"model"},
+            Words{"model", "list"}, Words{"help", "model"}, Words{"--help"}, Words{"-h"}}) {
         EXPECT_EQ(status_of(words), 0) << testing::PrintToString(words);
       }
       EXPECT_EQ(status_of({"model", "use", "x"}), 1);

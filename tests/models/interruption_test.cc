@@ -76,7 +76,8 @@ class Interruption : public Fetching, public ::testing::WithParamInterface<int> 
                        {graph_path, std::string(300000, 'g')}};
 };
 
-INSTANTIATE_TEST_SUITE_P(By, Interruption, ::testing::Values(SIGHUP, SIGINT, SIGKILL, SIGTERM),
+INSTANTIATE_TEST_SUITE_P(By, Interruption,
+                         ::testing::Values(SIGHUP, SIGINT, SIGKILL, SIGQUIT, SIGTERM),
                          [](const auto& signal) { return sigabbrev_np(signal.param); });
 
 TEST_P(Interruption, before_the_second_answer_keeps_the_first_file) {
