@@ -1,0 +1,160 @@
+// What can go wrong around a download besides the answers: curl's end, the wait for it, the disk,
+// the renaming, the output.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "tests/models/fetch_fixture.h"
+#include "tests/support/failing_call.h"
+#include "tests/support/scripted_program.h"
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+class FetchFault : public Fetching {
+ protected:
+  /// Puts a curl where it is looked for that does these steps.
+  ScriptedProgram scripted(const std::string& steps) {
+    use_path(sandbox.root() / "bin");
+    return ScriptedProgram(sandbox.root() / "bin/curl", steps);
+  }
+
+  void expect_nothing_left() const {
+    EXPECT_EQ(names_in(bundle()), Words{});
+    EXPECT_EQ(names_in(sandbox.state_dir()), Words{"models"});
+  }
+};
+
+TEST_F(FetchFault, every_exit_code_of_curl_but_0_is_a_failure) {
+  use_token("hf_secret");
+  use_path(sandbox.root() / "bin");
+  const fs::path curl = sandbox.root() / "bin/curl";
+  const std::string part = bundle() / "tokenizer.json.part";
+  write_file(curl, "#!/bin/sh\necho half >'" + part + "'\nexit $CODE\n");
+  fs::permissions(curl, fs::perms::owner_all);
+  for (int code = 1; code <= 99; ++code) {
+    sandbox.environment["CODE"] = std::to_string(code);
+    EXPECT_EQ(fetch(), refused_with_token) << code;
+  }
+  expect_nothing_left();
+}
+
+TEST_F(FetchFault, a_full_disk_is_a_failure_that_leaves_nothing) {
+  const LoopbackServer server(0, serving({{tokenizer_path, std::string(300'000, 't')}}));
+  use_mirror(server.port());
+  use_token("hf_secret");
+  RunOptions options;
+  options.in_child = [] {
+    const rlimit limit{100'000, 100'000};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  };
+  EXPECT_EQ(fetch(options), refused_with_token);
+  EXPECT_EQ(server.paths(), Words{tokenizer_path});
+  expect_nothing_left();
+}
+
+// The directory takes the file's place while curl is on its way.
+TEST_F(FetchFault, a_file_that_cannot_be_renamed_ends_the_fetch_and_keeps_its_part) {
+  const LoopbackServer server(0, [&](const std::string& request) {
+    write_file(bundle() / "tokenizer.json/inside", "mine");
+    return serving(mirror_files)(request);
+  });
+  use_mirror(server.port());
+  const Outcome run = sandbox.velun({"model", "fetch"});
+  EXPECT_EQ(run.signal, SIGABRT);
+  EXPECT_EQ(run.out, failed_fetch);
+  EXPECT_NE(run.err.find("filesystem error: cannot rename: "), std::string::npos) << run.err;
+  EXPECT_EQ(names_in(bundle()), (Words{"tokenizer.json", "tokenizer.json.part"}));
+  EXPECT_EQ(names_in(bundle() / "tokenizer.json"), Words{"inside"});
+}
+
+TEST_F(FetchFault, an_output_that_takes_nothing_keeps_no_file_from_being_fetched) {
+  const LoopbackServer server(0, serving(mirror_files));
+  use_mirror(server.port());
+  for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+    for (const std::string output : {"full", "closed", "abandoned"}) {
+      RunOptions options;
+      options.in_child = [&] {
+        int ends[2] = {-1, open("/dev/full", O_WRONLY | O_CLOEXEC)};
+        if (output == "closed") {
+          close(stream);
+        } else if (output == "full" || pipe2(ends, O_CLOEXEC) == 0) {
+          dup2(ends[1], stream);
+        }
+      };
+      EXPECT_EQ(fetch(options), success(stream == STDOUT_FILENO ? "" : fresh_fetch)) << output;
+      expect_bundle_of(mirror_files);
+      fs::remove_all(bundle());
+    }
+  }
+}
+
+using FetchWithFaults = WithFaults<FetchFault>;
+
+// Held up long enough for curl to end, velun asks in vain how it did.
+TEST_F(FetchWithFaults, a_wait_that_fails_counts_as_a_finished_download) {
+  const ScriptedProgram curl = scripted("output []\nexit 22");
+  EXPECT_EQ(seen(with_fault(sandbox, {"model", "fetch"},
+                            "wait4:error=ECHILD:delay_enter=500000:when=1+")),
+            success(fresh_fetch));
+  EXPECT_EQ(curl.runs().size(), 3U);
+  expect_bundle_of({{tokenizer_path, "[]"}, {calibration_path, "[]"}, {graph_path, "[]"}});
+}
+
+TEST_F(FetchWithFaults, a_wait_that_fails_for_a_curl_without_a_file_ends_the_fetch) {
+  const ScriptedProgram curl = scripted("exit 22");
+  const Outcome run =
+      with_fault(sandbox, {"model", "fetch"}, "wait4:error=ECHILD:delay_enter=500000:when=1+");
+  EXPECT_EQ(run.signal, SIGABRT);
+  EXPECT_EQ(run.out, failed_fetch);
+  EXPECT_EQ(curl.runs().size(), 1U);
+  expect_nothing_left();
+}
+
+TEST_F(FetchWithFaults, a_token_that_cannot_be_removed_is_not_left_on_disk) {
+  const ScriptedProgram curl = scripted("exit 22");
+  use_token("hf_secret");
+  EXPECT_EQ(seen(with_fault(sandbox, {"model", "fetch"}, "unlink:error=EROFS:when=1+")),
+            refused_with_token);
+  EXPECT_EQ(read_file(header_file()), "");
+}
+
+class KilledFetch : public WithFaults<FetchFault>, public ::testing::WithParamInterface<int> {};
+
+INSTANTIATE_TEST_SUITE_P(By, KilledFetch,
+                         ::testing::Values(SIGHUP, SIGINT, SIGKILL, SIGQUIT, SIGTERM),
+                         [](const auto& signal) { return sigabbrev_np(signal.param); });
+
+TEST_P(KilledFetch, at_any_step_is_made_good_by_the_next_run) {
+  const Files on_mirror = {{tokenizer_path, tokenizer_body}, {graph_path, graph_body}};
+  const LoopbackServer server(0, serving(on_mirror));
+  const LoopbackServer hub(0, serving(hub_files), VELUN_HUB_CERTIFICATE);
+  use_mirror(server.port());
+  use_hub(hub.port());
+  use_token("hf_secret");
+  RunOptions options;
+  options.in_child = [] { signal(GetParam(), SIG_DFL); };
+  const std::string by = ":signal=" + std::to_string(GetParam());
+  // The third child and the second rename are those of the file from the hub, the fourth removal is
+  // that of its header file.
+  for (const std::string step :
+       {"mkdir:when=4", "clone:when=1", "wait4:when=1", "rename:when=1", "clone:when=3",
+        "wait4:when=3", "unlink:when=4", "rename:when=2", "wait4:when=4", "rename:when=3"}) {
+    const std::size_t colon = step.find(':');
+    const std::string fault = step.substr(0, colon) + by + step.substr(colon);
+    const Outcome run = with_fault(sandbox, {"model", "fetch"}, fault, {}, options);
+    EXPECT_EQ(run.signal, GetParam()) << step;
+    EXPECT_TRUE(!fs::exists(header_file()) || mode_of(header_file()) == 0600) << step;
+    EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0) << step;
+    expect_bundle_of(mirror_files);
+    EXPECT_EQ(names_in(sandbox.state_dir()), Words{"models"}) << step;
+    fs::remove_all(sandbox.state_dir());
+  }
+}
+
+}  // namespace
+}  // namespace velun::test
