@@ -1,0 +1,134 @@
+// Little memory and few descriptors: what velun cannot do without them, it says or dies of, and
+// never does by half.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+
+#include "tests/support/bystander.h"
+#include "tests/support/lifecycle.h"
+#include "tests/support/report_server.h"
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+using Words = std::vector<std::string>;
+
+RunOptions with_limit(__rlimit_resource resource, rlim_t value) {
+  RunOptions options;
+  options.in_child = [resource, value] {
+    const rlimit limit{value, value};
+    setrlimit(resource, &limit);
+  };
+  return options;
+}
+
+class FewDescriptors : public Lifecycle {
+ protected:
+  void SetUp() override {
+    if (!VELUN_IS_STATIC) {
+      GTEST_SKIP() << "a loader, a sanitizer or counters need more of both";
+    }
+    sandbox.configure();
+  }
+
+  /// All that is seen of a run that may have `count` descriptors open, its three streams included.
+  std::string with(rlim_t count, const Words& words) {
+    return seen(sandbox.velun(words, with_limit(RLIMIT_NOFILE, count)));
+  }
+};
+
+TEST_F(FewDescriptors, three_leave_none_for_the_config_file) {
+  const std::string missing = failure("no configuration at " + sandbox.config_file().string() +
+                                      " — run `velun setup` first\n");
+  for (const Words& words :
+       {Words{"config"}, Words{"start"}, Words{"stop"}, Words{"restart"}, Words{"status"},
+        Words{"stats"}, Words{"log"}, Words{"mode", "off"}, Words{"model", "list"},
+        Words{"model", "fetch"}, Words{"model", "use", "x"}}) {
+    EXPECT_EQ(with(3, words), missing) << words[0];
+  }
+  EXPECT_FALSE(fs::exists(sandbox.state_dir()));
+}
+
+TEST_F(FewDescriptors, three_are_enough_for_help_and_keep_setup_from_changing_the_file) {
+  EXPECT_EQ(with(3, {"help"}), seen(sandbox.velun({"help"})));
+  const std::string before = read_file(sandbox.config_file());
+  EXPECT_EQ(sandbox.velun({"setup"}, with_limit(RLIMIT_NOFILE, 3)).status, 0);
+  EXPECT_EQ(read_file(sandbox.config_file()), before);
+}
+
+TEST_F(FewDescriptors, four_are_enough_for_all_that_asks_no_daemon) {
+  for (const Words& words : {Words{"config"}, Words{"model", "list"}, Words{"model", "use", "x"}}) {
+    EXPECT_EQ(with(4, words), seen(sandbox.velun(words))) << words[0];
+  }
+}
+
+TEST_F(FewDescriptors, up_to_six_leave_none_for_the_daemon_which_counts_as_mute) {
+  const LoopbackServer control(sandbox.control_port(), healthy_with("{}"));
+  const Bystander recorded;
+  sandbox.write_pid_file(recorded.pid());
+  for (const rlim_t count : {4U, 5U, 6U}) {
+    EXPECT_EQ(with(count, {"status"}), success("not running (configured mode: watch)\n"));
+    EXPECT_EQ(with(count, {"stats"}), success("not running\n"));
+    EXPECT_EQ(with(count, {"log"}), success("not running\n"));
+    for (const char* word : {"stop", "restart"}) {
+      EXPECT_EQ(with(count, {word}), failure(silent_text(recorded.pid())));
+    }
+    EXPECT_TRUE(recorded.alive());
+  }
+  EXPECT_EQ(control.requests(), Words{});
+}
+
+TEST_F(FewDescriptors, seven_and_eight_are_enough_for_everything) {
+  const LoopbackServer control(sandbox.control_port(), healthy_with("{}"));
+  for (const Words& words : {Words{"status"}, Words{"stats"}, Words{"log"}, Words{"start"},
+                             Words{"stop"}, Words{"restart"}, Words{"mode", "watch"}}) {
+    const std::string usual = seen(sandbox.velun(words));
+    EXPECT_EQ(with(7, words), usual) << words[0];
+    EXPECT_EQ(with(8, words), usual) << words[0];
+  }
+}
+
+class LittleMemory : public FewDescriptors {
+ protected:
+  const RunOptions six_megabytes = with_limit(RLIMIT_AS, 6'000'000);
+  const std::string no_memory =
+      "terminate called after throwing an instance of 'std::bad_alloc'\n  what():  "
+      "std::bad_alloc\n";
+};
+
+TEST_F(LittleMemory, is_enough_for_everything_usual) {
+  const LoopbackServer control(sandbox.control_port(), healthy_with("{}"));
+  for (const Words& words : {Words{"help"}, Words{"config"}, Words{"status"}, Words{"stats"},
+                             Words{"log"}, Words{"mode", "watch"}, Words{"model", "list"}}) {
+    EXPECT_EQ(seen(sandbox.velun(words, six_megabytes)), seen(sandbox.velun(words))) << words[0];
+  }
+}
+
+TEST_F(LittleMemory, ends_every_command_that_reads_a_config_file_that_does_not_fit) {
+  const std::string large = "# " + std::string(10'000'000, 'c') + "\n";
+  write_file(sandbox.config_file(), large);
+  for (const Words& words : {Words{"config"}, Words{"setup"}, Words{"start"}, Words{"stop"},
+                             Words{"mode", "off"}, Words{"model", "fetch"}}) {
+    const Outcome run = sandbox.velun(words, six_megabytes);
+    EXPECT_EQ(run.signal, SIGABRT) << words[0];
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, no_memory);
+  }
+  EXPECT_EQ(read_file(sandbox.config_file()), large);
+  EXPECT_FALSE(fs::exists(sandbox.state_dir()));
+}
+
+TEST_F(LittleMemory, takes_an_answer_that_does_not_fit_for_none) {
+  const LoopbackServer control(sandbox.control_port(), healthy_with(std::string(7'000'000, ' ')));
+  EXPECT_EQ(seen(sandbox.velun({"status"}, six_megabytes)),
+            failure("the daemon answers /healthz but refused /v1/status — token mismatch?\n"));
+  EXPECT_EQ(seen(sandbox.velun({"stats"}, six_megabytes)), failure("could not read /v1/stats\n"));
+  EXPECT_EQ(seen(sandbox.velun({"log"}, six_megabytes)),
+            failure("could not read /v1/transcript\n"));
+}
+
+}  // namespace
+}  // namespace velun::test
