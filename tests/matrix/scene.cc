@@ -1,0 +1,119 @@
+#include "tests/matrix/scene.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+namespace velun::test {
+namespace {
+
+// How a process that was sent home had fared until then.
+std::string ending_of(pid_t pid) {
+  const int earlier = wait_for(pid, std::chrono::milliseconds(0));
+  if (earlier == -1) {
+    kill(pid, SIGUSR1);
+    return wait_for(pid, std::chrono::seconds(10)) == -1 ? "stuck" : "there";
+  }
+  return WIFSIGNALED(earlier) ? "ended by signal " + std::to_string(WTERMSIG(earlier)) : "gone";
+}
+
+}  // namespace
+
+Scene::Scene() {
+  sandbox.configure();
+}
+
+std::string Scene::part(const std::string& name, const std::string& words) const {
+  return name + " log=" + log().string() + " owner=" + std::to_string(getpid()) +
+         (words.empty() ? "" : " " + words);
+}
+
+void Scene::install_actor(const fs::path& path) const {
+  fs::create_directories(path.parent_path());
+  fs::create_symlink(VELUN_ACTOR, path);
+}
+
+pid_t Scene::play(const std::string& name, const std::string& words) {
+  Launch launch;
+  launch.program = VELUN_ACTOR;
+  launch.argv = {"actor"};
+  launch.environment = {{"ACTOR", part(name, words)}};
+  spawn(launch);
+  return pid_of(name);
+}
+
+pid_t Scene::pid_of(const std::string& name) const {
+  const auto is_logged = [&] { return !logged(name + " pid").empty(); };
+  if (!eventually(is_logged)) {
+    ADD_FAILURE() << name << " does not play";
+    return 0;
+  }
+  return std::atoi(logged(name + " pid").back().c_str());
+}
+
+RunOptions Scene::beside(const std::string& name) const {
+  RunOptions options;
+  options.in_child = [group = pid_of(name)] {
+    if (setpgid(0, group) != 0) {
+      _exit(126);
+    }
+  };
+  return options;
+}
+
+std::vector<std::string> Scene::logged(const std::string& word) const {
+  std::vector<std::string> lines;
+  std::ifstream file(log());
+  for (std::string line; std::getline(file, line) && !file.eof();) {
+    if (line.starts_with(word + " ")) {
+      lines.push_back(line.substr(word.size() + 1));
+    }
+  }
+  return lines;
+}
+
+std::string Scene::signals() const {
+  std::ifstream file(log());
+  std::map<std::string, pid_t> actors;
+  for (std::string name, word, rest; file >> name >> word && std::getline(file, rest);) {
+    if (word == "pid" && name != "zombie") {
+      actors[name] = std::atoi(rest.c_str());
+    }
+  }
+  std::string text;
+  for (const auto& [name, pid] : actors) {
+    const std::string ending = logged(name).back() == "ended" ? "ended" : ending_of(pid);
+    text += name + ":";
+    for (const std::string& number : logged(name + " signal")) {
+      text += " " + number;
+    }
+    text += " " + ending + "\n";
+  }
+  return text;
+}
+
+std::string at(const fs::path& path) {
+  std::error_code missing;
+  const fs::file_status status = fs::symlink_status(path, missing);
+  if (fs::is_symlink(status)) {
+    return "link to " + at(fs::read_symlink(path));
+  }
+  if (fs::is_directory(status)) {
+    std::string text = "directory of";
+    for (const std::string& name : names_in(path)) {
+      text += " " + name;
+    }
+    return text;
+  }
+  return fs::exists(status) ? "file of " + read_file(path) : "nothing";
+}
+
+}  // namespace velun::test
