@@ -42,10 +42,10 @@ struct Part {
 // group=PID            in that process group
 // uid=NUMBER           as that user
 // zombie               with a child that is dead and not collected
-// fork                 goes on as a child, and its first process ends
 // after=MS             what follows comes so much later
 // end=0 end=1 end=kill comes to its end by itself
 // port=NUMBER          listens there, or ends with 1 when it cannot
+// fork                 goes on as a child, and its first process ends
 // answer=KIND          what a request gets; nothing, when it is none of those of `answer_of`
 // term=late term=ignored    otherwise it ends at once when a signal arrives
 // mirror=KIND hub=KIND is curl, and ends so for each of the two, see `play_curl`
@@ -93,6 +93,7 @@ std::string answer_of(const std::string& kind) {
   return kind == "half" ? "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nok" : "";
 }
 
+// -1 when somebody else does.
 int listen_on(int port) {
   const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const int on = 1;
@@ -101,11 +102,9 @@ int listen_on(int port) {
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   address.sin_port = htons(static_cast<std::uint16_t>(port));
-  if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-      listen(listener, 64) != 0) {
-    _exit(1);
-  }
-  return listener;
+  const bool bound =
+      bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  return bound && listen(listener, 64) == 0 ? listener : -1;
 }
 
 bool has_input(int descriptor, milliseconds limit) {
@@ -197,7 +196,7 @@ void keep_a_zombie(int log) {
   }
   siginfo_t info{};
   waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT);
-  log_line(log, "zombie pid " + std::to_string(child));
+  log_line(log, "zombie plays " + std::to_string(child));
 }
 
 std::string content_of(const std::string& path) {
@@ -255,9 +254,6 @@ void prepare(const Part& part, int log) {
   if (part.has("zombie")) {
     keep_a_zombie(log);
   }
-  if (part.has("fork") && fork() != 0) {
-    _exit(0);
-  }
 }
 
 }  // namespace
@@ -277,12 +273,19 @@ int main(int argc, char* argv[]) {
   sigprocmask(SIG_BLOCK, &all, nullptr);
   const int signals = signalfd(-1, &all, SFD_CLOEXEC);
   prepare(part, log);
+  log_line(log, part.name + " runs " + std::to_string(getpid()));
   attend(part, log, signals, -1, milliseconds(part.number("after")));
   if (part.has("end")) {
     end(part, log, part.text("end"));
   }
   const int listener = part.has("port") ? listen_on(part.number("port")) : -1;
-  log_line(log, part.name + " pid " + std::to_string(getpid()));
+  if (part.has("port") && listener < 0) {
+    end(part, log, "1");
+  }
+  if (part.has("fork") && fork() != 0) {
+    _exit(0);
+  }
+  log_line(log, part.name + " plays " + std::to_string(getpid()));
   attend(part, log, signals, listener, longest_life);
   return 0;
 }

@@ -36,9 +36,16 @@ std::string Scene::part(const std::string& name, const std::string& words) const
          (words.empty() ? "" : " " + words);
 }
 
-void Scene::install_actor(const fs::path& path) const {
+fs::path Scene::install_actor(const std::string& name, bool for_nobody) const {
+  const fs::path path = sandbox.root() / "programs" / name;
   fs::create_directories(path.parent_path());
-  fs::create_symlink(VELUN_ACTOR, path);
+  // Where it was built may be closed to others.
+  if (for_nobody) {
+    fs::copy_file(VELUN_ACTOR, path);
+  } else {
+    fs::create_symlink(VELUN_ACTOR, path);
+  }
+  return path;
 }
 
 pid_t Scene::play(const std::string& name, const std::string& words) {
@@ -51,12 +58,12 @@ pid_t Scene::play(const std::string& name, const std::string& words) {
 }
 
 pid_t Scene::pid_of(const std::string& name) const {
-  const auto is_logged = [&] { return !logged(name + " pid").empty(); };
+  const auto is_logged = [&] { return !logged(name + " plays").empty(); };
   if (!eventually(is_logged)) {
     ADD_FAILURE() << name << " does not play";
     return 0;
   }
-  return std::atoi(logged(name + " pid").back().c_str());
+  return std::atoi(logged(name + " plays").back().c_str());
 }
 
 RunOptions Scene::beside(const std::string& name) const {
@@ -84,7 +91,7 @@ std::string Scene::signals() const {
   std::ifstream file(log());
   std::map<std::string, pid_t> actors;
   for (std::string name, word, rest; file >> name >> word && std::getline(file, rest);) {
-    if (word == "pid" && name != "zombie") {
+    if (word == "runs" || (word == "plays" && actors.contains(name))) {
       actors[name] = std::atoi(rest.c_str());
     }
   }
@@ -98,6 +105,26 @@ std::string Scene::signals() const {
     text += " " + ending + "\n";
   }
   return text;
+}
+
+std::string filled(const std::string& text, const std::map<char, std::string>& marks) {
+  std::string result;
+  for (const char c : text) {
+    const auto mark = marks.find(c);
+    result += mark == marks.end() ? std::string(1, c) : mark->second;
+  }
+  return result;
+}
+
+Outcome in_short(Outcome run) {
+  const std::string begin = "terminate called after throwing an instance of ";
+  const std::string what = "filesystem error: ";
+  if (const std::size_t at = run.err.find(begin); at != std::string::npos) {
+    const std::size_t reason = run.err.find(what, at) + what.size();
+    run.err.replace(at, std::string::npos,
+                    "terminated: " + run.err.substr(reason, run.err.find(':', reason) - reason));
+  }
+  return run;
 }
 
 std::string at(const fs::path& path) {

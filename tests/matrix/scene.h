@@ -1,6 +1,8 @@
 // One combination: a private home, the processes that play in it, and what became of each.
 #pragma once
 
+#include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -21,8 +23,9 @@ class Scene {
   /// What `actor.cc` is told: the part's name, the words, and where to write signals down.
   std::string part(const std::string& name, const std::string& words) const;
 
-  /// Puts the program that plays all parts at `path`; the environment decides what it plays.
-  void install_actor(const std::filesystem::path& path) const;
+  /// Puts the program that plays all parts into a directory of the sandbox and returns its path;
+  /// the environment decides what it plays.
+  std::filesystem::path install_actor(const std::string& name, bool for_nobody) const;
 
   /// Starts an actor, waits until it plays its part, and returns its pid.
   pid_t play(const std::string& name, const std::string& words = "");
@@ -49,6 +52,13 @@ class Scene {
 inline std::string untouched(const std::string& name) {
   return name + ": there\n";
 }
+
+/// The text with each mark replaced.
+std::string filled(const std::string& text, const std::map<char, std::string>& marks);
+
+/// The run, and instead of what the runtime says of an exception that nobody catches, only
+/// "terminated: " and what could not be done.
+Outcome in_short(Outcome run);
 
 /// What stands at a path, as one line: the kind, and a file's text or a link's target.
 std::string at(const std::filesystem::path& path);

@@ -135,13 +135,6 @@ const Rule& rule_for(const Combination& cell) {
   throw std::logic_error("no rule for " + cell.name());
 }
 
-std::string replaced(std::string text, char mark, const std::string& by) {
-  for (std::size_t at = 0; (at = text.find(mark, at)) != std::string::npos; at += by.size()) {
-    text.replace(at, 1, by);
-  }
-  return text;
-}
-
 // The combination with real processes.
 class Stopping {
  public:
@@ -193,9 +186,8 @@ class Stopping {
   }
 
   std::string pid_text() const {
-    const std::string text = cell_.pid_text->text;
-    return replaced(replaced(text, '%', std::to_string(pid_)), '#',
-                    std::to_string((1LL << 32) + pid_));
+    return filled(cell_.pid_text->text,
+                  {{'%', std::to_string(pid_)}, {'#', std::to_string((1LL << 32) + pid_)}});
   }
 
   void write_pid_file() const {
@@ -221,8 +213,9 @@ class Stopping {
   std::string expected() const {
     const Rule& rule = rule_for(cell_);
     const Process& process = *cell_.process;
-    const std::string err = replaced(replaced(rule.err, '%', std::to_string(pid_)), '@',
-                                     std::to_string(scene_.sandbox.control_port()));
+    const std::string err =
+        filled(rule.err,
+               {{'%', std::to_string(pid_)}, {'@', std::to_string(scene_.sandbox.control_port())}});
     std::string text = ended(rule.status, rule.out, err) + pid_file_afterwards(rule) + "\n";
     if (cell_.port->answer != nullptr && !process.has_port) {
       text += untouched("listener");
