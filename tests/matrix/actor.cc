@@ -199,12 +199,15 @@ void keep_a_zombie(int log) {
   log_line(log, "zombie plays " + std::to_string(child));
 }
 
+// The ends of lines as "\n", for the log.
 std::string content_of(const std::string& path) {
   std::string content;
   char buffer[4096];
   const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   for (ssize_t count = 0; (count = read(file, buffer, sizeof buffer)) > 0;) {
-    content.append(buffer, static_cast<std::size_t>(count));
+    for (ssize_t i = 0; i < count; ++i) {
+      content += buffer[i] == '\n' ? "\\n" : std::string(1, buffer[i]);
+    }
   }
   close(file);
   return content;
@@ -229,7 +232,7 @@ std::string content_of(const std::string& path) {
   log_line(log, line);
   if (how == "done" || how == "part" || how == "killed") {
     const int file = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    const std::string body = how == "done" ? "[\"" + url + "\"]" : "[\"half";
+    const std::string body = how == "done" ? "[\"whole\"]" : "[\"half";
     if (file < 0 || write(file, body.data(), body.size()) != static_cast<ssize_t>(body.size())) {
       _exit(23);
     }

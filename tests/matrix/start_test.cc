@@ -178,7 +178,8 @@ class Starting {
     const Outcome run = in_short(scene_.sandbox.velun({"start"}, options));
     allow_all();
     const std::string after = place();
-    EXPECT_EQ(seen(run) + after + "\n" + scene_.signals(), expected(after));
+    const std::string got = seen(run) + after + "\n" + scene_.signals();
+    EXPECT_EQ(got, expected(after));
   }
 
  private:

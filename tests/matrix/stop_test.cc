@@ -154,7 +154,8 @@ class Stopping {
     if (cell_.is("unreadable")) {
       fs::permissions(scene_.sandbox.pid_file(), fs::perms::owner_read, missing_);
     }
-    EXPECT_EQ(seen(run) + at(scene_.sandbox.pid_file()) + "\n" + scene_.signals(), expected());
+    const std::string got = seen(run) + at(scene_.sandbox.pid_file()) + "\n" + scene_.signals();
+    EXPECT_EQ(got, expected());
   }
 
  private:
