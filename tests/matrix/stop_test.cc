@@ -170,6 +170,7 @@ class Stopping {
            " answer=" + cell_.port->answer;
   }
 
+  // A companion is in its process group.
   pid_t play_process() {
     const Process& process = *cell_.process;
     if (process.words == nullptr) {
@@ -179,10 +180,11 @@ class Stopping {
     if (process.has_port && cell_.port->answer != nullptr) {
       words += " " + listening();
     }
-    if (as_nobody() && !cell_.other_user()) {
-      words += " uid=" + std::to_string(nobody);
-    }
+    const bool as_velun = as_nobody() && !cell_.other_user();
+    const std::string uid = as_velun ? " uid=" + std::to_string(nobody) : "";
+    words += uid;
     const pid_t pid = scene_.play("process", words);
+    scene_.play("companion", "group=" + std::to_string(pid) + uid);
     return process.feels ? pid : scene_.pid_of("zombie");
   }
 
@@ -218,6 +220,9 @@ class Stopping {
         filled(rule.err,
                {{'%', std::to_string(pid_)}, {'@', std::to_string(scene_.sandbox.control_port())}});
     std::string text = ended(rule.status, rule.out, err) + pid_file_afterwards(rule) + "\n";
+    if (process.words != nullptr) {
+      text += untouched("companion");
+    }
     if (cell_.port->answer != nullptr && !process.has_port) {
       text += untouched("listener");
     }
@@ -237,9 +242,11 @@ class Stopping {
   std::error_code missing_;
 };
 
-// Every process is tried only where no other could be hit if velun took the text at its word.
+// Texts that a velun gone wrong could take for -1, which stands for every process there is, are
+// tried only where there is no other.
 bool is_wanted(const Combination& cell) {
-  return cell.is("every process") ? runs_apart() : wants_whole_matrix() || cell.is_for_every_day();
+  const bool is_dangerous = cell.is("every process") || cell.is("thirty digits");
+  return is_dangerous ? runs_apart() : wants_whole_matrix() || cell.is_for_every_day();
 }
 
 std::vector<Combination> combinations(bool of_another_user) {
