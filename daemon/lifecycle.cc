@@ -46,14 +46,9 @@ void record_pid(const Config& config, pid_t pid) {
   write_file(pid_file_of(config), std::to_string(pid) + "\n");
 }
 
-// A number that does not fit a pid must not be used: signals to zero and below reach whole groups.
 std::optional<pid_t> read_recorded_pid(const Config& config) {
   const std::optional<std::string> text = read_file(pid_file_of(config));
-  // No number at all is 0, and one that is too large for a long the largest long.
-  const long pid = text ? std::strtol(text->c_str(), nullptr, 10) : 0;
-  return pid > 0 && pid <= std::numeric_limits<pid_t>::max()
-             ? std::optional(static_cast<pid_t>(pid))
-             : std::nullopt;
+  return text ? recorded_pid(*text) : std::nullopt;
 }
 
 // Creates the state directory and returns the configuration with its path filled in, so that the
@@ -134,6 +129,14 @@ int stop_recorded(const Config& config, pid_t pid) {
 }
 
 }  // namespace
+
+std::optional<pid_t> recorded_pid(const std::string& text) {
+  // No number at all is 0, and one that is too large for a long the largest long.
+  const long pid = std::strtol(text.c_str(), nullptr, 10);
+  return pid > 0 && pid <= std::numeric_limits<pid_t>::max()
+             ? std::optional(static_cast<pid_t>(pid))
+             : std::nullopt;
+}
 
 int start_daemon(const Config& config, const std::string& argument_zero) {
   if (config.mode == "off") {

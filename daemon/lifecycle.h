@@ -5,11 +5,19 @@
 // signal.
 #pragma once
 
+#include <sys/types.h>
+
+#include <optional>
 #include <string>
 
 #include "config/config.h"
 
 namespace velun {
+
+/// The process id that a pid file of this text records: one decimal number, behind white space and
+/// a sign if there is one, up to the first other character. Nothing when there is none or it does
+/// not fit a pid, and for zero and below: signals to those would reach whole groups.
+std::optional<pid_t> recorded_pid(const std::string& text);
 
 /// Starts the daemon in a session of its own, records its pid and waits about five seconds for the
 /// control port, or up to half a minute while a listener takes connections and stays mute. Returns
