@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/transcript.h"
+#include "daemon/answer_integers.h"
 #include "daemon/ask_daemon.h"
 #include "system/exit_status.h"
 #include "system/output.h"
@@ -40,12 +41,12 @@ std::optional<std::string> stats_report(const std::string& body) {
     return std::nullopt;
   }
   // Not std::int64_t: for its own integer type the library refuses true and false.
-  const long long cost_micros = answer.value("cost_micros", 0LL);
+  const long long cost_micros = integer_member<long long>(answer, "cost_micros");
   // Six significant digits rather than cents, which would round away what most requests cost.
   char cost[32];
   std::snprintf(cost, sizeof cost, "%g", static_cast<double>(cost_micros) / 1'000'000.0);
   const auto counter = [&answer](const char* name) {
-    return std::to_string(answer.value(name, 0)) + "\n";
+    return std::to_string(integer_member<int>(answer, name)) + "\n";
   };
   std::string report = "requests:            " + counter("requests");
   report += "entities protected:  " + counter("entities_protected");

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <utility>
 
+#include "daemon/answer_integers.h"
+
 using nlohmann::json;
 
 namespace velun {
@@ -42,7 +44,7 @@ std::string text_or(const std::optional<json>& member, const char* absent) {
 // Throws the library's type error for an entry or a member of another type.
 std::string line_of(const Entry& entry) {
   expect_members(entry.kind);
-  const int duration = entry.duration_ms ? entry.duration_ms->get<int>() : 0;
+  const int duration = entry.duration_ms ? to_integer<int>(*entry.duration_ms) : 0;
   return text_or(entry.app, "?") + "  " + text_or(entry.model, "") + "  " +
          text_or(entry.outcome, "") + "  " + std::to_string(duration) + " ms\n";
 }

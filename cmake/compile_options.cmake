@@ -22,7 +22,9 @@ endif()
 function(velun_compile_options target)
   target_compile_options(${target} PRIVATE ${velun_strict_flags})
   if(VELUN_SANITIZE)
-    set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    set(sanitizers
+      -fsanitize=address,undefined,float-cast-overflow -fno-sanitize-recover=all
+      -fno-omit-frame-pointer)
     target_compile_options(${target} PRIVATE ${sanitizers})
     target_link_options(${target} PRIVATE ${sanitizers})
   endif()

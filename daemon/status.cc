@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "daemon/answer_integers.h"
 #include "daemon/ask_daemon.h"
 #include "system/exit_status.h"
 #include "system/output.h"
@@ -43,7 +44,7 @@ std::string listener_lines(const json& answer) {
   std::string lines;
   for (const json& listener : listeners->get_ref<const json::array_t&>()) {
     lines += "listener:  " + listener.value("app", "?") + " on port " +
-             std::to_string(listener.value("port", 0)) + "\n";
+             std::to_string(integer_member<int>(listener, "port")) + "\n";
   }
   return lines;
 }
@@ -54,7 +55,7 @@ std::string intercept_line(const json& answer) {
     return "";
   }
   const bool enabled = intercept->value("enabled", false);
-  const int port = intercept->value("port", 0);
+  const int port = integer_member<int>(*intercept, "port");
   return enabled ? "intercept: port " + std::to_string(port) + "\n" : "";
 }
 

@@ -77,6 +77,8 @@ TEST(StatsReport, converts_counters_as_the_library_does) {
       {"4294967298", "2"},
       {"-2147483649", "2147483647"},
       {"18446744073709551615", "-1"},
+      {"2147483647.9", "2147483647"},
+      {"-2147483648.9", "-2147483648"},
   };
   for (const Row& row : rows) {
     expect_report(R"({"requests":)" + row.value + "}", stats_text(row.shown, "0", "0", "0"));
@@ -85,6 +87,17 @@ TEST(StatsReport, converts_counters_as_the_library_does) {
     expect_report(R"({"blocked_requests":)" + row.value + "}",
                   stats_text("0", "0", row.shown, "0"));
   }
+}
+
+TEST(StatsReport, shows_a_real_number_beyond_the_range_as_the_smallest_integer) {
+  for (const std::string number : {"2147483648.0", "-2147483649.0", "1e300", "-1e300"}) {
+    expect_report(R"({"requests":)" + number + "}", stats_text("-2147483648", "0", "0", "0"));
+  }
+  for (const std::string number : {"9223372036854775808.0", "1e300", "-1e300"}) {
+    expect_report(R"({"cost_micros":)" + number + "}", stats_text("0", "0", "0", "-9.22337e+12"));
+  }
+  expect_report(R"({"cost_micros":9223372036854774784.0})",
+                stats_text("0", "0", "0", "9.22337e+12"));
 }
 
 TEST(StatsReport, shows_the_cost_with_at_most_six_significant_digits) {

@@ -101,6 +101,9 @@ TEST(LogReport, converts_durations_as_the_library_does) {
       {"2147483648", "-2147483648"},
       {"4294967298", "2"},
       {"18446744073709551615", "-1"},
+      {"-2147483648.9", "-2147483648"},
+      {"2147483648.0", "-2147483648"},
+      {"1e300", "-2147483648"},
   };
   for (const Row& row : rows) {
     expect_report(R"({"entries":[{"app":"a","duration_ms":)" + row.value + "}]}",
