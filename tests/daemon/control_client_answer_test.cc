@@ -127,6 +127,15 @@ TEST(ControlAnswer, that_comes_byte_by_byte_is_read_whole) {
   EXPECT_EQ(result_for(reply), "slow but steady");
 }
 
+TEST(ControlAnswer, in_chunks_may_come_byte_by_byte) {
+  const auto slowly = [](Reply reply) {
+    reply.pause = milliseconds(2);
+    return reply;
+  };
+  EXPECT_EQ(result_for(slowly(chunked(chunk("slow") + chunk(" but steady")))), "slow but steady");
+  EXPECT_EQ(result_for(slowly(chunked(""))), "");
+}
+
 TEST(ControlAnswer, may_announce_exactly_eight_megabytes) {
   const std::string body = numbered_body(body_limit);
   expect_body(answer(200, body), body);
