@@ -84,6 +84,10 @@ std::string answer_of(const Input& input) {
   }
 }
 
+bool says_200(const std::string& answer) {
+  return answer.starts_with("HTTP/1.0 200") || answer.starts_with("HTTP/1.1 200");
+}
+
 void check_call(const Input& input) {
   static ReplyServer server;
   const std::string path = "/v1/stats";
@@ -95,6 +99,7 @@ void check_call(const Input& input) {
   };
   const std::string answer = answer_of(input);
   const std::string whole = input.form == 0 ? call({answer}, Ending::close) : input.bytes;
+  check(whole.empty() || says_200(answer), "only an answer with status 200 has a body to give");
   const std::string result = call(cut(answer, input.sizes), input.ending);
   if (input.ending == Ending::close) {
     check_equal(result, whole, "the same answer is understood in whatever pieces it comes");
