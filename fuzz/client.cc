@@ -4,10 +4,6 @@
 // The first byte of an input chooses what the bytes are: a whole answer as it goes over the wire,
 // or the body of one that is put together around it; and how the connection ends. The second is the
 // number of cuts, the next ones are the sizes of the pieces, and the bytes follow.
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 
@@ -91,9 +87,9 @@ bool says_200(const std::string& answer) {
 void check_call(const Input& input) {
   static ReplyServer server;
   const std::string path = "/v1/stats";
-  // A mute peer costs the whole limit; nothing else comes near the usual one.
-  const milliseconds limit = input.ending == Ending::hang ? milliseconds(10) : call_limit;
   const auto call = [&](const std::vector<std::string>& pieces, Ending ending) {
+    // A mute peer costs the whole limit; nothing else comes near the usual one.
+    const milliseconds limit = ending == Ending::hang ? milliseconds(10) : call_limit;
     server.answer_with({pieces, ending, control_request(server.port(), path, "token")});
     return control_get(server.port(), path, "token", limit);
   };
