@@ -75,7 +75,7 @@ bool send_request(const Call& call, int port, std::string_view request) {
   daemon.sin_family = AF_INET;
   daemon.sin_port = htons(static_cast<std::uint16_t>(port));
   daemon.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  connect(call.socket, reinterpret_cast<const sockaddr*>(&daemon), sizeof daemon);
+  (void)connect(call.socket, reinterpret_cast<const sockaddr*>(&daemon), sizeof daemon);
   while (!request.empty()) {
     const ssize_t count = send(call.socket, request.data(), request.size(), MSG_NOSIGNAL);
     if (count >= 0) {
