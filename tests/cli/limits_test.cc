@@ -5,7 +5,6 @@
 #include <signal.h>
 #include <sys/resource.h>
 
-#include "tests/support/bystander.h"
 #include "tests/support/lifecycle.h"
 #include "tests/support/report_server.h"
 
@@ -59,35 +58,16 @@ TEST_F(FewDescriptors, three_are_enough_for_help_and_keep_setup_from_changing_th
   EXPECT_EQ(read_file(sandbox.config_file()), before);
 }
 
-TEST_F(FewDescriptors, four_are_enough_for_all_that_asks_no_daemon) {
-  for (const Words& words : {Words{"config"}, Words{"model", "list"}, Words{"model", "use", "x"}}) {
-    EXPECT_EQ(with(4, words), seen(sandbox.velun(words))) << words[0];
-  }
-}
-
-TEST_F(FewDescriptors, up_to_six_leave_none_for_the_daemon_which_counts_as_mute) {
+TEST_F(FewDescriptors, four_to_eight_are_enough_for_everything) {
   const LoopbackServer control(sandbox.control_port(), healthy_with("{}"));
-  const Bystander recorded;
-  sandbox.write_pid_file(recorded.pid());
-  for (const rlim_t count : {4U, 5U, 6U}) {
-    EXPECT_EQ(with(count, {"status"}), success("not running (configured mode: watch)\n"));
-    EXPECT_EQ(with(count, {"stats"}), success("not running\n"));
-    EXPECT_EQ(with(count, {"log"}), success("not running\n"));
-    for (const char* word : {"stop", "restart"}) {
-      EXPECT_EQ(with(count, {word}), failure(silent_text(recorded.pid())));
-    }
-    EXPECT_TRUE(recorded.alive());
-  }
-  EXPECT_EQ(control.requests(), Words{});
-}
-
-TEST_F(FewDescriptors, seven_and_eight_are_enough_for_everything) {
-  const LoopbackServer control(sandbox.control_port(), healthy_with("{}"));
-  for (const Words& words : {Words{"status"}, Words{"stats"}, Words{"log"}, Words{"start"},
-                             Words{"stop"}, Words{"restart"}, Words{"mode", "watch"}}) {
+  for (const Words& words :
+       {Words{"config"}, Words{"status"}, Words{"stats"}, Words{"log"}, Words{"start"},
+        Words{"stop"}, Words{"restart"}, Words{"mode", "watch"}, Words{"model", "list"},
+        Words{"model", "use", "x"}}) {
     const std::string usual = seen(sandbox.velun(words));
-    EXPECT_EQ(with(7, words), usual) << words[0];
-    EXPECT_EQ(with(8, words), usual) << words[0];
+    for (rlim_t count = 4; count <= 8; ++count) {
+      EXPECT_EQ(with(count, words), usual) << words[0];
+    }
   }
 }
 
