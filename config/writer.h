@@ -1,7 +1,7 @@
 // Turns a `Config` into the text of `velun.yaml`. A valid record reads back as the same one, except
 // for an `intercept_port` without `intercept_apps` (not written), list items that are empty or hold
-// a comma, a bare value that ends in a carriage return, and lists whose bare items hold an
-// apostrophe.
+// a comma, a bare value that ends in a carriage return (lost with the blanks before it), and lists
+// whose bare items hold an apostrophe.
 #pragma once
 
 #include <string>

@@ -50,9 +50,11 @@ bool stands_bare(const std::string& text) {
   return reference::quoted(text) == text;
 }
 
+// Bare before the end of a line, such a text loses it and then the blanks that stood before it.
 std::string without_last_return(std::string text) {
   if (text.ends_with('\r') && stands_bare(text)) {
     text.pop_back();
+    text.erase(text.find_last_not_of(' ') + 1);
   }
   return text;
 }

@@ -163,6 +163,15 @@ TEST(RoundTripLoss, a_bare_value_loses_one_carriage_return_at_its_end) {
   EXPECT_EQ(reread(config).config.model_dir, "/srv/model\r");
 }
 
+TEST(RoundTripLoss, blanks_before_that_carriage_return_are_lost_with_it) {
+  Config config;
+  config.state_dir = "/srv/state  \r";
+  config.model_dir = "/srv/model \r\r";
+  EXPECT_EQ(reread(config).problems, "");
+  EXPECT_EQ(reread(config).config.state_dir, "/srv/state");
+  EXPECT_EQ(reread(config).config.model_dir, "/srv/model \r");
+}
+
 TEST(RoundTripLoss, an_apostrophe_in_a_bare_item_can_hide_a_quote_and_bare_a_comment_sign) {
   Config config;
   config.intercept_apps = {"it's", "Ada's #1"};
