@@ -333,7 +333,7 @@ bool is_for_every_day(const Combination& cell) {
   if (cell.standing.empty()) {
     return plain || cell.token == nullptr;
   }
-  return plain && cell.mirror == "part" && cell.hub == "done";
+  return plain && (cell.mirror == "part" || cell.mirror == "done") && cell.hub == "done";
 }
 
 std::vector<Combination> combinations() {
