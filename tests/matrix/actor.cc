@@ -26,7 +26,7 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 // Nobody is left behind, whatever becomes of the test.
-constexpr milliseconds longest_life{120'000};
+constexpr int usual_life = 120;
 
 struct Part {
   std::string name;
@@ -38,6 +38,7 @@ struct Part {
 };
 
 // log=FILE owner=PID   where signals are written down, and whose SIGUSR1 ends it
+// life=SECONDS         when it ends at the latest
 // leads                in a process group of its own
 // group=PID            in that process group
 // uid=NUMBER           as that user
@@ -121,7 +122,8 @@ void answer_next(int listener, const std::string& kind) {
   }
   std::string request;
   char buffer[4096];
-  while (request.find("\r\n\r\n") == std::string::npos && has_input(connection, longest_life)) {
+  while (request.find("\r\n\r\n") == std::string::npos &&
+         has_input(connection, milliseconds(10'000))) {
     const ssize_t count = recv(connection, buffer, sizeof buffer, 0);
     if (count <= 0) {
       break;
@@ -289,6 +291,7 @@ int main(int argc, char* argv[]) {
     _exit(0);
   }
   log_line(log, part.name + " plays " + std::to_string(getpid()));
-  attend(part, log, signals, listener, longest_life);
+  const int life = part.has("life") ? part.number("life") : usual_life;
+  attend(part, log, signals, listener, milliseconds(1000 * life));
   return 0;
 }

@@ -90,7 +90,7 @@ class Concurrency : public ::testing::Test {
     }
     restore_ports();
     for (const char* name : {"neighbour", "bystander", "another"}) {
-      scene.play(name, "leads");
+      scene.play(name, "leads life=" + std::to_string(seconds() + 2 * limit.count()));
     }
     in_child_ = scene.beside("neighbour").in_child;
   }
