@@ -88,7 +88,7 @@ TEST_F(LittleMemory, is_enough_for_everything_usual) {
 }
 
 TEST_F(LittleMemory, ends_every_command_that_reads_a_config_file_that_does_not_fit) {
-  const std::string large = "# " + std::string(10'000'000, 'c') + "\n";
+  const std::string large = "# " + std::string(8'000'000, 'c') + "\n";
   write_file(sandbox.config_file(), large);
   for (const Words& words : {Words{"config"}, Words{"setup"}, Words{"start"}, Words{"stop"},
                              Words{"mode", "off"}, Words{"model", "fetch"}}) {

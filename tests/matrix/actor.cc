@@ -219,7 +219,7 @@ std::string content_of(const std::string& path) {
 // "nothing" ends well without one, "part" writes some of it and ends with 22, "killed" writes some
 // of it and is killed; a number is an exit status. 23 is curl's for a file that cannot be written.
 [[noreturn]] void play_curl(const Part& part, int log, const std::vector<std::string>& argv) {
-  const std::string url = argv.back();
+  const std::string& url = argv.back();
   const bool mirror = url.starts_with("http://127.0.0.1:");
   const std::string how = part.text(mirror ? "mirror" : "hub");
   std::string output;

@@ -37,7 +37,7 @@ class WithFaults : public Fixture {
  protected:
   void SetUp() override {
     Sandbox trial;
-    if (with_fault(trial, {"help"}, "write:error=ENOSPC:when=1").out != "") {
+    if (!with_fault(trial, {"help"}, "write:error=ENOSPC:when=1").out.empty()) {
       GTEST_SKIP() << "strace cannot make calls fail here";
     }
   }
