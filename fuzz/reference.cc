@@ -223,7 +223,7 @@ std::string quoted(const std::string& text) {
   if (plain) {
     return text;
   }
-  const std::map<char, std::string> escapes = {
+  static const std::map<char, std::string> escapes = {
       {'\\', "\\\\"}, {'"', "\\\""}, {'\n', "\\n"}, {'\t', "\\t"}};
   std::string result = "\"";
   for (const char c : text) {
