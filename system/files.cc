@@ -15,7 +15,7 @@ namespace {
 // Of two that write at once the shorter text would stand before the end of the longer one. Not for
 // long: somebody else's lock, or a file system without locks, must not keep velun from its work.
 void wait_for_other_writers(int descriptor) {
-  struct flock whole {};
+  struct flock whole = {};
   whole.l_type = F_WRLCK;
   whole.l_whence = SEEK_SET;
   for (int i = 0; i < 100 && fcntl(descriptor, F_OFD_SETLK, &whole) != 0 && errno == EAGAIN; ++i) {

@@ -32,7 +32,7 @@ class SaveConfig : public SetupDialogue {
   /// Locks the file as another save does; closing the descriptor ends that.
   int lock() {
     const int descriptor = open(target.c_str(), O_RDWR | O_CLOEXEC);
-    struct flock whole {};
+    struct flock whole = {};
     whole.l_type = F_WRLCK;
     EXPECT_EQ(fcntl(descriptor, F_OFD_SETLK, &whole), 0);
     return descriptor;

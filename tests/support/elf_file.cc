@@ -43,13 +43,13 @@ std::uint64_t called_at(ElfW(Half) machine, const Function& function, std::size_
 }  // namespace
 
 ElfFile::ElfFile(const std::filesystem::path& path) : bytes_(read_file(path)) {
-  header_ = records<ElfW(Ehdr)>(bytes_, 0, 1).at(0);
-  segments_ = records<ElfW(Phdr)>(bytes_, header_.e_phoff, header_.e_phnum);
-  sections_ = records<ElfW(Shdr)>(bytes_, header_.e_shoff, header_.e_shnum);
+  header_ = records<Header>(bytes_, 0, 1).at(0);
+  segments_ = records<Segment>(bytes_, header_.e_phoff, header_.e_phnum);
+  sections_ = records<Section>(bytes_, header_.e_shoff, header_.e_shnum);
 }
 
-std::optional<ElfW(Phdr)> ElfFile::segment(ElfW(Word) type) const {
-  for (const ElfW(Phdr) & each : segments_) {
+std::optional<ElfFile::Segment> ElfFile::segment(ElfW(Word) type) const {
+  for (const Segment& each : segments_) {
     if (each.p_type == type) {
       return each;
     }
@@ -60,8 +60,8 @@ std::optional<ElfW(Phdr)> ElfFile::segment(ElfW(Word) type) const {
 std::vector<ElfW(Xword)> ElfFile::dynamic(ElfW(Sxword) tag) const {
   std::vector<ElfW(Xword)> values;
   if (const auto table = segment(PT_DYNAMIC)) {
-    const std::size_t count = table->p_filesz / sizeof(ElfW(Dyn));
-    for (const auto& entry : records<ElfW(Dyn)>(bytes_, table->p_offset, count)) {
+    const std::size_t count = table->p_filesz / sizeof(Entry);
+    for (const auto& entry : records<Entry>(bytes_, table->p_offset, count)) {
       if (entry.d_tag == tag) {
         values.push_back(entry.d_un.d_val);
       }
@@ -114,14 +114,14 @@ std::set<std::string> ElfFile::called_by_own_functions() const {
 ElfFile::Symbols ElfFile::symbols(ElfW(Word) section_type) const {
   for (const auto& section : sections_) {
     if (section.sh_type == section_type) {
-      return {records<ElfW(Sym)>(bytes_, section.sh_offset, section.sh_size / sizeof(ElfW(Sym))),
+      return {records<Symbol>(bytes_, section.sh_offset, section.sh_size / sizeof(Symbol)),
               sections_.at(section.sh_link).sh_offset};
     }
   }
   return {};
 }
 
-std::string ElfFile::name_of(const Symbols& symbols, const ElfW(Sym) & entry) const {
+std::string ElfFile::name_of(const Symbols& symbols, const Symbol& entry) const {
   return bytes_.c_str() + symbols.names + entry.st_name;
 }
 

@@ -24,14 +24,21 @@ struct Function {
 
 class ElfFile {
  public:
+  // The records of a file for this processor.
+  using Header = ElfW(Ehdr);
+  using Segment = ElfW(Phdr);
+  using Section = ElfW(Shdr);
+  using Symbol = ElfW(Sym);
+  using Entry = ElfW(Dyn);
+
   /// Fails the test when the file cannot be read.
   explicit ElfFile(const std::filesystem::path& path);
 
-  const ElfW(Ehdr) & header() const { return header_; }
-  const std::vector<ElfW(Phdr)>& segments() const { return segments_; }
+  const Header& header() const { return header_; }
+  const std::vector<Segment>& segments() const { return segments_; }
 
   /// The first segment of a type.
-  std::optional<ElfW(Phdr)> segment(ElfW(Word) type) const;
+  std::optional<Segment> segment(ElfW(Word) type) const;
 
   /// The values of all dynamic entries with a tag.
   std::vector<ElfW(Xword)> dynamic(ElfW(Sxword) tag) const;
@@ -44,18 +51,18 @@ class ElfFile {
 
  private:
   struct Symbols {
-    std::vector<ElfW(Sym)> entries;
+    std::vector<Symbol> entries;
     std::size_t names = 0;  // where their names begin
   };
 
   Symbols symbols(ElfW(Word) section_type) const;
-  std::string name_of(const Symbols& symbols, const ElfW(Sym) & entry) const;
+  std::string name_of(const Symbols& symbols, const Symbol& entry) const;
   std::string bytes_at(std::uint64_t address, std::uint64_t size) const;
 
   std::string bytes_;
-  ElfW(Ehdr) header_{};
-  std::vector<ElfW(Phdr)> segments_;
-  std::vector<ElfW(Shdr)> sections_;
+  Header header_{};
+  std::vector<Segment> segments_;
+  std::vector<Section> sections_;
 };
 
 }  // namespace velun::test
