@@ -182,6 +182,7 @@ TEST_F(SaveConfig, a_write_that_fails_is_said_to_be_written_all_the_same) {
   sandbox.configure();
   fs::rename(target, sandbox.root() / "short.yaml");
   sandbox.environment["VELUN_CLI_CONFIG"] = "short.yaml";
+  sandbox.set_counters_aside();
   RunOptions options;
   options.in_child = [] {
     signal(SIGXFSZ, SIG_IGN);

@@ -47,6 +47,7 @@ TEST_F(FetchFault, a_full_disk_is_a_failure_that_leaves_nothing) {
   const LoopbackServer server(0, serving({{tokenizer_path, std::string(300'000, 't')}}));
   use_mirror(server.port());
   use_token("hf_secret");
+  sandbox.set_counters_aside();
   RunOptions options;
   options.in_child = [] {
     const rlimit limit{100'000, 100'000};
