@@ -65,6 +65,9 @@ TEST_F(Hardening, functions_notice_an_overwritten_stack) {
 }
 
 TEST_F(Hardening, elements_out_of_range_end_the_program) {
+#ifdef _LIBCPP_VERSION
+  GTEST_SKIP() << "LLVM's C++ library is not told to look for them";
+#endif
   EXPECT_EQ(file_.called_by_own_functions().count("_ZSt21__glibcxx_assert_failPKciS0_S0_"), 1U);
 }
 
@@ -99,17 +102,22 @@ TEST_F(Hardening, a_stack_of_several_pages_is_touched_page_by_page) {
 #if !defined(__x86_64__)
   GTEST_SKIP() << "no function here has a stack as large as the guard of this processor";
 #endif
-  const std::string one_page = {"\x48\x81\xec\x00\x10\x00\x00", 7};      // sub $0x1000,%rsp
-  const std::string by_gcc = {"\x48\x83\x0c\x24\x00", 5};                // orq $0,(%rsp)
-  const std::string by_clang = {"\x48\xc7\x04\x24\x00\x00\x00\x00", 8};  // movq $0,(%rsp)
-  std::set<std::string> touching;
+  const std::string one_page = {"\x48\x81\xec\x00\x10\x00\x00", 7};  // sub $0x1000,%rsp
+  const std::string touches[] = {
+      {"\x48\x83\x0c\x24\x00", 5},              // orq $0,(%rsp), by GCC
+      {"\x80\x0c\x24\x00", 4},                  // orb $0,(%rsp), by GCC 16
+      {"\x48\xc7\x04\x24\x00\x00\x00\x00", 8},  // movq $0,(%rsp), by clang
+  };
+  int touching = 0;
   for (const auto& function : file_.own_functions()) {
-    if (function.code.find(one_page + by_gcc) != std::string::npos ||
-        function.code.find(one_page + by_clang) != std::string::npos) {
-      touching.insert(function.name);
+    // What follows depends on the C++ library.
+    if (function.name.starts_with("_ZN5velun9read_fileE")) {
+      for (const std::string& touch : touches) {
+        touching += function.code.find(one_page + touch) != std::string::npos ? 1 : 0;
+      }
     }
   }
-  EXPECT_EQ(touching.count("_ZN5velun9read_fileERKNSt10filesystem7__cxx114pathE"), 1U);
+  EXPECT_EQ(touching, 1);
 }
 
 // Zeroed automatics leave no mark in a program, nor does the strong kind of stack protection.
