@@ -37,16 +37,23 @@ void expect_members(const json& kind) {
   kind.value("", "");
 }
 
-std::string text_or(const std::optional<json>& member, const char* absent) {
+std::string_view text_or(const std::optional<json>& member, std::string_view absent) {
   return member ? member->get_ref<const std::string&>() : absent;
 }
 
-// Throws the library's type error for an entry or a member of another type.
-std::string line_of(const Entry& entry) {
+// Throws the library's type error for an entry or a member of another type; what it has then added
+// of a line is never shown.
+void add_line(const Entry& entry, std::string& lines) {
   expect_members(entry.kind);
   const int duration = entry.duration_ms ? to_integer<int>(*entry.duration_ms) : 0;
-  return text_or(entry.app, "?") + "  " + text_or(entry.model, "") + "  " +
-         text_or(entry.outcome, "") + "  " + std::to_string(duration) + " ms\n";
+  lines += text_or(entry.app, "?");
+  lines += "  ";
+  lines += text_or(entry.model, "");
+  lines += "  ";
+  lines += text_or(entry.outcome, "");
+  lines += "  ";
+  lines += std::to_string(duration);
+  lines += " ms\n";
 }
 
 // Takes an answer apart while the library reads it and calls the public functions: a tree of eight
@@ -94,7 +101,7 @@ class TranscriptReader {
       std::rethrow_exception(fault_);
     }
     for (const auto& [key, entry] : keyed_entries_) {
-      lines_ += line_of(entry);
+      add_line(entry, lines_);
     }
     return std::move(lines_);
   }
@@ -135,10 +142,10 @@ class TranscriptReader {
     fault_ = nullptr;
   }
 
-  void start_entry(const json& kind) {
-    entry_ = {.kind = kind};
+  void start_entry(json kind) {
+    entry_ = {.kind = std::move(kind)};
     member_ = nullptr;
-    if (!kind.is_object()) {
+    if (!entry_.kind.is_object()) {
       end_entry();
     }
   }
@@ -149,7 +156,7 @@ class TranscriptReader {
       return;
     }
     try {
-      lines_ += line_of(entry_);
+      add_line(entry_, lines_);
     } catch (const json::type_error&) {
       fault_ = std::current_exception();
     }
