@@ -1,4 +1,4 @@
-// Reading, writing and removing small files.
+// Reading, writing and removing files.
 #pragma once
 
 #include <cstdio>
@@ -32,9 +32,8 @@ std::string read_line(std::FILE* file);
 /// Removes a file, a link or an empty directory; whether that worked goes unreported.
 void remove_file(const std::filesystem::path& path);
 
-/// Replaces the content, or creates the file with the permissions that the mask leaves. Of several
-/// processes that do so at once the last one's text stands; for that, one waits for the others up
-/// to a second. A file that cannot be written goes unreported.
+/// Replaces the content, or creates the file with the permissions that the mask leaves. A file that
+/// cannot be written goes unreported.
 void write_file(const std::filesystem::path& path, std::string_view text);
 
 }  // namespace velun

@@ -29,15 +29,6 @@ class SaveConfig : public SetupDialogue {
     EXPECT_EQ(read_file(sandbox.root() / path), written("watch"));
   }
 
-  /// Locks the file as another save does; closing the descriptor ends that.
-  int lock() {
-    const int descriptor = open(target.c_str(), O_RDWR | O_CLOEXEC);
-    struct flock whole = {};
-    whole.l_type = F_WRLCK;
-    EXPECT_EQ(fcntl(descriptor, F_OFD_SETLK, &whole), 0);
-    return descriptor;
-  }
-
   const std::string target = sandbox.config_file();
   const fs::path directory = sandbox.config_file().parent_path();
 };
@@ -228,27 +219,6 @@ TEST_F(SaveConfig, a_directory_that_may_not_be_created_ends_the_process) {
   options.as_nobody = true;
   EXPECT_EQ(sandbox.velun({"setup"}, options).signal, SIGABRT);
   EXPECT_EQ(names_in(sandbox.root() / "closed"), std::vector<std::string>{});
-}
-
-TEST_F(SaveConfig, waits_until_another_save_is_over) {
-  sandbox.configure();
-  const std::string before = file();
-  const int other = lock();
-  const pid_t velun = sandbox.start_velun({"mode", "off"});
-  EXPECT_FALSE(eventually([&] { return file() != before; }, std::chrono::milliseconds(300)));
-  close(other);
-  EXPECT_EQ(wait_for(velun, std::chrono::seconds(10)), 0);
-  EXPECT_EQ(file(), sandbox.rendering("off"));
-}
-
-TEST_F(SaveConfig, waits_for_a_second_only) {
-  sandbox.configure();
-  const int other = lock();
-  const Outcome run = sandbox.velun({"mode", "off"});
-  close(other);
-  EXPECT_EQ(seen(run), success(sandbox.wrote()));
-  EXPECT_GE(run.took, std::chrono::milliseconds(1000));
-  EXPECT_EQ(file(), sandbox.rendering("off"));
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 // Many velun at once on one home. Nothing guards them against each other, so that a command may
 // fail because of another one; but each ends in time and in a known way, none hits a process that
 // is not the daemon, and whoever reads the config file finds a whole one, or an empty one that
-// gives the defaults.
+// gives the defaults. Two saves at once could mix their texts: flock lets them take turns, as the
+// manual page says.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -27,20 +28,22 @@ using Words = std::vector<std::string>;
 
 constexpr std::size_t at_once = 24;
 constexpr std::size_t shown = 10;
-// A restart may wait for the end of one daemon and for the answer of the next, on a busy machine.
-constexpr std::chrono::seconds limit{60};
+// A restart may wait for the end of one daemon and for the answer of the next, on a busy machine,
+// and a save for several of them.
+constexpr std::chrono::seconds limit{100};
 
 struct Command {
   Words words;
   std::string input;
   bool may_fail;
+  bool saves = false;
 };
 
 const std::vector<Command> commands = {
     {{"help"}, "", false},
     {{"config"}, "", false},
-    {{"setup"}, "protect\nnone\n", false},
-    {{"setup"}, "watch\n\n", false},
+    {{"setup"}, "protect\nnone\n", false, true},
+    {{"setup"}, "watch\n\n", false, true},
     {{"model"}, "", false},
     {{"status"}, "", true},
     {{"stats"}, "", true},
@@ -48,11 +51,11 @@ const std::vector<Command> commands = {
     {{"start"}, "", true},
     {{"stop"}, "", true},
     {{"restart"}, "", true},
-    {{"mode", "off"}, "", true},
-    {{"mode", "watch"}, "", true},
-    {{"mode", "protect"}, "", true},
+    {{"mode", "off"}, "", true, true},
+    {{"mode", "watch"}, "", true, true},
+    {{"mode", "protect"}, "", true, true},
     {{"model", "fetch"}, "", true},
-    {{"model", "use", "velun-pii-m-v1.3"}, "", true},
+    {{"model", "use", "velun-pii-m-v1.3"}, "", true, true},
 };
 
 int seconds() {
@@ -139,6 +142,10 @@ class Concurrency : public ::testing::Test {
     Launch launch;
     launch.program = VELUN_BINARY;
     launch.argv = {"velun"};
+    if (command.saves) {
+      launch.program = "/usr/bin/flock";
+      launch.argv = {"flock", "-o", scene.sandbox.config_file().parent_path(), VELUN_BINARY};
+    }
     launch.argv.insert(launch.argv.end(), command.words.begin(), command.words.end());
     launch.environment = scene.sandbox.environment;
     launch.directory = scene.sandbox.root();
