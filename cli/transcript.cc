@@ -155,6 +155,9 @@ class TranscriptReader {
       keyed_entries_[entry_key_] = entry_;
       return;
     }
+    if (fault_ != nullptr) {
+      return;
+    }
     try {
       add_line(entry_, lines_);
     } catch (const json::type_error&) {
@@ -171,7 +174,7 @@ class TranscriptReader {
   std::string entry_key_;                       // its key, when the entries are an object
   std::map<std::string, Entry> keyed_entries_;  // shown in the order of their keys
   std::string lines_;                           // of the entries of an array, in their order
-  std::exception_ptr fault_;                    // of the last of them that has one
+  std::exception_ptr fault_;                    // of the first of them that has one
 };
 
 }  // namespace

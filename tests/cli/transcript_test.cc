@@ -192,6 +192,15 @@ TEST(LogReport, of_a_duration_that_is_no_number_raises_the_librarys_type_error) 
   }
 }
 
+TEST(LogReport, raises_the_error_of_the_first_entry_that_has_one) {
+  try {
+    log_report(R"({"entries":[{"app":"a"},{"app":1},{"model":null},"text"]})");
+    FAIL() << "no error";
+  } catch (const std::exception& error) {
+    EXPECT_TRUE(std::string(error.what()).ends_with("actual type is number")) << error.what();
+  }
+}
+
 TEST(LogReport, is_not_troubled_by_a_hundred_thousand_levels) {
   for (const std::string& deep : {nested_arrays(100'000), nested_objects(100'000)}) {
     expect_report("{\"entries\":[{\"app\":\"a\",\"extra\":" + deep + "}]}", "a      0 ms\n");
