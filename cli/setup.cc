@@ -41,9 +41,8 @@ void ask_detection(Config& config) {
 }  // namespace
 
 std::string prompt_value(const std::string& label, const std::string& fallback) {
-  // Behind the end of input nothing is read any more, which would have written the question out.
   print(label + (fallback.empty() ? "" : " [" + fallback + "]") + ": ");
-  flush_output();
+  flush_output();  // a question has no newline, and may go to a pipe
   const std::string line = read_line(stdin);
   return line.empty() ? fallback : line;
 }

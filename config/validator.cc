@@ -147,7 +147,7 @@ Config validate_config(const RawConfig& raw, Problems& problems) {
       problems.push_back({entry.line, *std::move(problem)});
     }
   }
-  // Both stay stored: the user may want to see either before choosing.
+  // Both stay stored, like every value that is good in itself.
   if (!config.model_dir.empty() && !config.endpoint_url.empty()) {
     problems.push_back({.text = "model_dir and endpoint_url exclude each other — the daemon runs "
                                 "one detection engine per launch"});

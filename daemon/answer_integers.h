@@ -1,5 +1,5 @@
-// Integers in the daemon's answers. Templates over the JSON type, so that whoever includes this
-// does not have to see the library.
+// Integers in the daemon's answers. Templates over the JSON type, so that no header brings the
+// library in.
 #pragma once
 
 #include <limits>
@@ -13,7 +13,7 @@ namespace velun {
 template <typename Integer, typename Json>
 Integer to_integer(const Json& value) {
   constexpr auto smallest = std::numeric_limits<Integer>::min();
-  // The first number beyond the largest integer, which itself may have no exact representation.
+  // The first number beyond the largest integer; the largest itself may have no exact double.
   constexpr double end = -static_cast<double>(smallest);
   if (value.is_number_float()) {
     const auto number = value.template get<double>();

@@ -7,6 +7,8 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <string_view>
 #include <utility>
@@ -45,7 +47,7 @@ struct Call {
   std::size_t read_some(const Buffers& buffers);
 };
 
-// False when time is up.
+// False when time is up, or when the system cannot wait.
 bool wait_for(const Call& call, short event) {
   pollfd waited = {.fd = call.socket, .events = event, .revents = 0};
   int ready = 0;
@@ -126,7 +128,7 @@ std::string control_get(int port, const std::string& path, const std::string& to
   try {
     return fetch_body(port, control_request(port, path, token), limit);
   } catch (const std::exception&) {
-    // Out of descriptors or memory: for the caller that is one more daemon that does not answer.
+    // Out of memory: for the caller that is one more daemon that does not answer.
     return "";
   }
 }

@@ -104,7 +104,7 @@ bool wait_until_gone(pid_t pid) {
   return false;
 }
 
-// A pid file that cannot be removed goes unreported: its process is gone, which the next stop sees.
+// A pid file that cannot be removed goes unreported: the next stop finds what this one has found.
 int finish(const Config& config, const char* message) {
   remove_file(pid_file_of(config));
   print(message);

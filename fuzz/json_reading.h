@@ -63,7 +63,7 @@ inline std::optional<std::string> reading_of(const std::string& body,
 }
 
 /// What became of an answer in one text, to be compared: its report, that there is none, or that
-/// its shape is not the expected one. Anything but the two agreed exceptions ends the process.
+/// its shape is not the expected one. Any exception but these two ends the process.
 template <typename Report>
 std::string outcome_of(const Report& report) {
   try {

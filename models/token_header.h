@@ -12,11 +12,12 @@ namespace velun {
 /// The header file's place in the state directory.
 std::filesystem::path token_header_of(const Config& config);
 
-/// A file of one line, "Authorization: Bearer " and the token, that is emptied and gone with its
-/// scope. What was at the path is removed, then the file is created anew: no link is followed, and
-/// whoever opened an older, readable file never sees the token appear in it. Should any of that
-/// fail, nothing is written or nothing is left, and curl is told of the path all the same: without
-/// the file it asks nobody or asks without the token.
+/// A file of one line, "Authorization: Bearer " and the token, that is emptied and removed at the
+/// end of its scope. What was at the path is removed, then the file is created anew: no link is
+/// followed, and whoever opened an older, readable file never sees the token appear in it. When the
+/// old one stays or the new one cannot be created, nothing is written; one that does not fit whole
+/// is removed. curl is told of the path all the same: without a file it asks nobody or asks without
+/// the token.
 class TokenHeader {
  public:
   TokenHeader(std::filesystem::path path, const std::string& token);

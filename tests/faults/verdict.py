@@ -65,7 +65,7 @@ def check_status(run, usual, silenced):
         if run.status != -signal.SIGABRT:
             return [f"ended by signal {-run.status}"]
         if not TERMINATION.search(run.err) and 2 not in silenced:
-            return ["aborted in a way that is not agreed"]
+            return ["aborted, and not for an exception"]
         return []
     expected = status_of_text(run, usual)
     if expected is None and not silenced:
