@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 
+#include "tests/support/last_words.h"
 #include "tests/support/lifecycle.h"
 #include "tests/support/report_server.h"
 
@@ -74,9 +75,6 @@ TEST_F(FewDescriptors, four_to_eight_are_enough_for_everything) {
 class LittleMemory : public FewDescriptors {
  protected:
   const RunOptions six_megabytes = with_limit(RLIMIT_AS, 6'000'000);
-  const std::string no_memory =
-      "terminate called after throwing an instance of 'std::bad_alloc'\n  what():  "
-      "std::bad_alloc\n";
 };
 
 TEST_F(LittleMemory, is_enough_for_everything_usual) {

@@ -10,6 +10,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "tests/support/last_words.h"
+
 namespace fs = std::filesystem;
 
 namespace velun::test {
@@ -117,12 +119,12 @@ std::string filled(const std::string& text, const std::map<char, std::string>& m
 }
 
 Outcome in_short(Outcome run) {
-  const std::string begin = "terminate called after throwing an instance of ";
-  const std::string what = "filesystem error: ";
-  if (const std::size_t at = run.err.find(begin); at != std::string::npos) {
-    const std::size_t reason = run.err.find(what, at) + what.size();
-    run.err.replace(at, std::string::npos,
-                    "terminated: " + run.err.substr(reason, run.err.find(':', reason) - reason));
+  const std::size_t begin = run.err.find(begin_of_last_words);
+  for (const char* what : {"create directories", "rename"}) {
+    if (begin != std::string::npos && run.err.find(cannot(what), begin) != std::string::npos) {
+      run.err.replace(begin, std::string::npos, std::string("terminated: cannot ") + what);
+      break;
+    }
   }
   return run;
 }

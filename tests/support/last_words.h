@@ -1,0 +1,34 @@
+// What the C++ library says of an exception that nobody catches. It is the one that velun was built
+// with, because the tests are.
+#pragma once
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+namespace velun::test {
+
+#ifdef _LIBCPP_VERSION
+inline constexpr std::string_view begin_of_last_words =
+    "libc++abi: terminating with uncaught exception of type ";
+inline constexpr std::string_view no_memory =
+    "libc++abi: terminating with uncaught exception of type std::bad_alloc: std::bad_alloc\n";
+#else
+inline constexpr std::string_view begin_of_last_words =
+    "terminate called after throwing an instance of ";
+inline constexpr std::string_view no_memory =
+    "terminate called after throwing an instance of 'std::bad_alloc'\n  what():  std::bad_alloc\n";
+#endif
+
+/// How it begins to tell what std::filesystem could not do, such as "create directories". LLVM's
+/// library names the function.
+inline std::string cannot(std::string what) {
+#ifdef _LIBCPP_VERSION
+  std::replace(what.begin(), what.end(), ' ', '_');
+  return "filesystem error: in " + what + ": ";
+#else
+  return "filesystem error: cannot " + what + ": ";
+#endif
+}
+
+}  // namespace velun::test
