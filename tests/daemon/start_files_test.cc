@@ -130,7 +130,7 @@ TEST_F(StartFiles, pid_file_of_a_velun_that_was_killed_lets_stop_end_the_daemon)
   EXPECT_TRUE(eventually([&] { return control.requests().size() == 2; }));
   kill(velun, SIGKILL);
   ASSERT_NE(wait_for(velun, std::chrono::seconds(10)), -1);
-  ASSERT_TRUE(newest_run_exists(daemon));
+  ASSERT_TRUE(eventually([&] { return newest_run_exists(daemon); }));
   healthy = true;
   EXPECT_EQ(seen(sandbox.velun({"stop"})), success("stopped\n"));
   EXPECT_FALSE(newest_run_exists(daemon));
