@@ -4,8 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <string_view>
+#include <iterator>
 #include <utility>
 
 #include "config/locations.h"
@@ -14,21 +13,6 @@
 namespace fs = std::filesystem;
 
 namespace velun {
-namespace {
-
-bool write_all(int file, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = write(file, text.data(), text.size());
-    if (written > 0) {
-      text.remove_prefix(static_cast<std::size_t>(written));
-    } else if (written == 0 || errno != EINTR) {
-      return false;
-    }
-  }
-  return true;
-}
-
-}  // namespace
 
 fs::path token_header_of(const Config& config) {
   return state_dir_of(config) / ".hf-token.header";
@@ -45,7 +29,7 @@ TokenHeader::TokenHeader(fs::path path, const std::string& token) : path_(std::m
   // its creation, so that a failure gives nothing away.
   fchmod(file_, S_IRUSR | S_IWUSR);
   // A full disk must not leave half a token for curl to send.
-  if (!write_all(file_, line)) {
+  if (write(file_, line.data(), line.size()) != std::ssize(line)) {
     remove_file(path_);
   }
 }
