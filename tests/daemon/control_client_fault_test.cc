@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "daemon/control_client.h"
@@ -138,6 +139,20 @@ TEST(ControlFault, a_mute_listener_is_not_healthy_after_two_seconds) {
   EXPECT_FALSE(probe.result);
   EXPECT_GE(probe.took, milliseconds(1900));
   EXPECT_LT(probe.took, milliseconds(3800));
+}
+
+// The system breaks a wait off for a handler, which velun has none of, and for a few other reasons.
+TEST(ControlFault, a_wait_that_is_interrupted_neither_ends_the_call_nor_prolongs_it) {
+  const LoopbackServer daemon(0, [](const std::string&) { return Reply{"", Ending::hang}; });
+  signal(SIGUSR1, [](int) {});
+  std::thread other([caller = pthread_self()] {
+    std::this_thread::sleep_for(milliseconds(300));
+    pthread_kill(caller, SIGUSR1);
+  });
+  const auto outcome = call(daemon.port());
+  other.join();
+  signal(SIGUSR1, SIG_DFL);
+  expect_failure_after_two_seconds(outcome);
 }
 
 TEST(ControlFault, a_listener_that_never_accepts_gives_the_empty_text_after_two_seconds) {
