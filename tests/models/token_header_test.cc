@@ -48,5 +48,12 @@ TEST(TokenHeaderFile, is_empty_in_the_end_wherever_it_cannot_be_removed) {
   EXPECT_EQ(read_file(second_name), "");
 }
 
+TEST(TokenHeaderFile, is_closed_in_the_end) {
+  const Sandbox sandbox;
+  const auto descriptors = names_in("/proc/self/fd");
+  { const TokenHeader header(sandbox.root() / "header", "hf_0123456789"); }
+  EXPECT_EQ(names_in("/proc/self/fd"), descriptors);
+}
+
 }  // namespace
 }  // namespace velun::test
