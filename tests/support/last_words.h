@@ -22,10 +22,11 @@ inline constexpr std::string_view no_memory =
 
 /// How it begins to tell what std::filesystem could not do, such as "create directories". LLVM's
 /// library names the function.
-inline std::string cannot(std::string what) {
+inline std::string cannot(const std::string& what) {
 #ifdef _LIBCPP_VERSION
-  std::replace(what.begin(), what.end(), ' ', '_');
-  return "filesystem error: in " + what + ": ";
+  std::string function = what;
+  std::replace(function.begin(), function.end(), ' ', '_');
+  return "filesystem error: in " + function + ": ";
 #else
   return "filesystem error: cannot " + what + ": ";
 #endif
