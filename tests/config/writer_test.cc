@@ -7,6 +7,26 @@
 namespace velun::test {
 namespace {
 
+// Tests compare what is read back with what was written: a key that did not count would be lost
+// unseen.
+TEST(ConfigRecord, differs_from_another_by_each_of_its_keys) {
+  std::vector<Config> others(10);
+  others[0].mode = "off";
+  others[1].model_dir = "/m";
+  others[2].endpoint_url = "https://e";
+  others[3].anthropic_port = 1;
+  others[4].openai_port = 1;
+  others[5].control_port = 1;
+  others[6].state_dir = "/s";
+  others[7].names = false;
+  others[8].intercept_apps = {"a"};
+  others[9].intercept_port = 1;
+  EXPECT_EQ(Config(), Config());
+  for (const Config& other : others) {
+    EXPECT_NE(Config(), other) << render_config(other);
+  }
+}
+
 TEST(Rendering, of_the_defaults_is_six_lines) {
   EXPECT_EQ(render_config(Config()),
             "# Velun CLI configuration. `velun help config` documents every key.\n"
