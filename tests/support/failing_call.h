@@ -26,8 +26,8 @@ inline Outcome with_fault(Sandbox& sandbox, const std::vector<std::string>& word
   traced.emplace_back(VELUN_BINARY);
   traced.insert(traced.end(), words.begin(), words.end());
   options.program = "/usr/bin/strace";
-  // The leak check of a sanitizer build cannot do its work under strace.
   sandbox.set_counters_aside();
+  // The leak check of a sanitizer build cannot do its work under strace.
   sandbox.environment["ASAN_OPTIONS"] += ":detect_leaks=0";
   return sandbox.velun(traced, options);
 }
