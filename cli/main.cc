@@ -11,15 +11,12 @@
 namespace {
 
 // A closed standard stream would be handed out again to the next file or socket, and messages would
-// land in it. The lowest free descriptor is always the one that is opened, so the loop ends.
+// land in it. The lowest free descriptor is always the one that is opened.
 void open_standard_streams() {
-  int descriptor = 0;
-  do {
-    descriptor = open("/dev/null", O_RDWR);
-  } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
-  // The one that found all three taken.
-  if (descriptor >= 0) {
-    close(descriptor);
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(descriptor, F_GETFD) < 0) {
+      (void)open("/dev/null", O_RDWR);
+    }
   }
 }
 

@@ -58,7 +58,7 @@ def own_calls(trace):
             continue
         name = match[1]
         counts[name] = counts.get(name, 0) + 1
-        entered = entered or '"/dev/null"' in line
+        entered = entered or line.startswith("fcntl(0, F_GETFD)")
         if entered and name not in CANNOT_FAIL:
             calls.append((name, counts[name]))
     return calls
