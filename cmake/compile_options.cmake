@@ -41,7 +41,7 @@ function(velun_compile_options target)
   endif()
 endfunction()
 
-# Marks a source that uses Asio or Beast: GCC takes Asio's thread-local lookup for a null pointer once
+# Marks a source that uses Asio or Beast: GCC takes what is looked up in them for a null pointer once
 # it has inlined it; older releases use std::result_of, which C++20 has dropped, unless they are told
 # of its successor; and Beast's parser asserts that a chunked answer does not end in pieces as small
 # as it may, which is nothing to end velun for in whatever kind of build.

@@ -14,10 +14,8 @@
 #include <utility>
 
 #include <boost/asio/buffer.hpp>
-#include <boost/asio/error.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/parser.hpp>
-#include <boost/beast/http/read.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <boost/system/error_code.hpp>
 
@@ -27,6 +25,8 @@ using boost::system::error_code;
 
 namespace velun {
 namespace {
+
+using Parser = http::response_parser<http::string_body>;
 
 // One call's socket, which never blocks, and the moment by which all of its steps must be done.
 struct Call {
@@ -39,12 +39,6 @@ struct Call {
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
   ~Call() { ::close(socket); }
-
-  // The library reads through these; it never calls the second.
-  template <typename Buffers>
-  std::size_t read_some(const Buffers& buffers, error_code& error);
-  template <typename Buffers>
-  std::size_t read_some(const Buffers& buffers);
 };
 
 // False when time is up, or when the system cannot wait.
@@ -57,17 +51,6 @@ bool wait_for(const Call& call, short event) {
     ready = left.count() > 0 ? poll(&waited, 1, static_cast<int>(left.count())) : 0;
   } while (ready < 0 && errno == EINTR);
   return ready > 0;
-}
-
-template <typename Buffers>
-std::size_t Call::read_some(const Buffers& buffers, error_code& error) {
-  const asio::mutable_buffer room = *asio::buffer_sequence_begin(buffers);
-  const ssize_t count = wait_for(*this, POLLIN) ? recv(socket, room.data(), room.size(), 0) : -1;
-  if (count > 0) {
-    return static_cast<std::size_t>(count);
-  }
-  error = count == 0 ? error_code(asio::error::eof) : error_code(asio::error::timed_out);
-  return 0;
 }
 
 // A connection to this machine is there at once, unless the daemon has too many waiting: what
@@ -89,23 +72,40 @@ bool send_request(const Call& call, int port, std::string_view request) {
   return true;
 }
 
-std::string fetch_body(int port, const std::string& request, std::chrono::milliseconds limit) {
-  Call call(limit);
-  if (!send_request(call, port, request)) {
-    return "";
-  }
+// Hands what arrives to the parser until it has the whole answer; false when none comes in time or
+// what comes is none.
+bool read_answer(const Call& call, Parser& parser) {
   boost::beast::flat_buffer buffer;
-  // The library reads as much at once as there is room for, and 512 bytes when there is none.
-  buffer.reserve(65536);
-  http::response_parser<http::string_body> parser;
   error_code error;
-  // In two steps: read at once, a body that arrives together with its header slips past the
-  // library's limit on announced lengths.
-  http::read_header(call, buffer, parser, error);
-  if (!error) {
-    http::read(call, buffer, parser, error);
+  while (!parser.is_done()) {
+    if (buffer.size() == 0 || error == http::error::need_more) {
+      const asio::mutable_buffer room = buffer.prepare(65536);
+      const ssize_t count =
+          wait_for(call, POLLIN) ? recv(call.socket, room.data(), room.size(), 0) : -1;
+      if (count < 0 || (count == 0 && !parser.got_some())) {
+        return false;
+      }
+      if (count == 0) {
+        parser.put_eof(error);
+        return !error;
+      }
+      buffer.commit(static_cast<std::size_t>(count));
+    }
+    // A step at a time, which is its way unless it is told to be eager: taken at once, a body that
+    // arrives together with its header slips past the library's limit on announced lengths.
+    buffer.consume(parser.put(buffer.data(), error));
+    if (error && error != http::error::need_more) {
+      return false;
+    }
   }
-  if (error || parser.get().result() != http::status::ok) {
+  return true;
+}
+
+std::string fetch_body(int port, const std::string& request, std::chrono::milliseconds limit) {
+  const Call call(limit);
+  Parser parser;
+  if (!send_request(call, port, request) || !read_answer(call, parser) ||
+      parser.get().result() != http::status::ok) {
     return "";
   }
   return std::move(parser.get().body());
