@@ -1,9 +1,9 @@
 #include "system/files.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <system_error>
 #include <utility>
 
@@ -18,21 +18,20 @@ std::optional<std::string> read_file(const std::filesystem::path& path) {
   if (file == nullptr) {
     return std::nullopt;
   }
+  struct stat status = {};
+  (void)fstat(fileno(file.get()), &status);
+  // 0 for a pipe or a device, which have no size; files in /proc say so, too, whatever they hold.
+  const auto size = static_cast<std::size_t>(S_ISREG(status.st_mode) ? status.st_size : 0);
   std::string text;
-  // One piece of memory for a file that tells its size, however large; the others grow into theirs.
-  std::error_code no_size;
-  const std::uintmax_t size = std::filesystem::file_size(path, no_size);
-  if (!no_size) {
-    text.reserve(size);
-  }
-  // What has its size is not asked for more: somebody may have written the file anew meanwhile, and
-  // more would be the end of another text. Zero is what a file in /proc says, whatever it holds.
-  char chunk[4096];
   ssize_t count = 0;
+  // Somebody may have written the file anew since it was opened. There is room for a text that has
+  // become longer; but what has its size is not asked for more: that would be the end of another.
   do {
-    count = read(fileno(file.get()), chunk, sizeof chunk);
-    text.append(chunk, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-  } while (count > 0 && (no_size || size == 0 || text.size() < size));
+    const std::size_t had = text.size();
+    text.resize(std::max(size, had) + 4096);
+    count = read(fileno(file.get()), text.data() + had, text.size() - had);
+    text.resize(had + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+  } while (count > 0 && (size == 0 || text.size() < size));
   return count < 0 ? std::nullopt : std::optional(std::move(text));
 }
 

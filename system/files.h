@@ -21,8 +21,8 @@ using File = std::unique_ptr<std::FILE, CloseFile>;
 /// Opens the file for reading; a child does not inherit it.
 File open_for_reading(const std::filesystem::path& path);
 
-/// The whole content; nothing when the file cannot be opened or read. A directory opens for reading
-/// and fails on the first read.
+/// The whole content; what is added while it is read may be missing. Nothing when the file cannot
+/// be opened or read. A directory opens for reading and fails on the first read.
 std::optional<std::string> read_file(const std::filesystem::path& path);
 
 /// The next line, without its newline; the empty text, too, at the end and when nothing can be

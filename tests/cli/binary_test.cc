@@ -109,15 +109,13 @@ TEST_F(Hardening, a_stack_of_several_pages_is_touched_page_by_page) {
       {"\x48\xc7\x04\x24\x00\x00\x00\x00", 8},  // movq $0,(%rsp), by clang
   };
   int touching = 0;
-  for (const auto& function : file_.own_functions()) {
-    // What follows depends on the C++ library.
-    if (function.name.starts_with("_ZN5velun9read_fileE")) {
-      for (const std::string& touch : touches) {
-        touching += function.code.find(one_page + touch) != std::string::npos ? 1 : 0;
-      }
+  // No function of velun's own has so large a stack; the parser of an answer's fields does.
+  for (const auto& function : file_.http_functions()) {
+    for (const std::string& touch : touches) {
+      touching += function.code.find(one_page + touch) != std::string::npos ? 1 : 0;
     }
   }
-  EXPECT_EQ(touching, 1);
+  EXPECT_GE(touching, 1);
 }
 
 // Zeroed automatics leave no mark in a program, nor does the strong kind of stack protection.

@@ -59,11 +59,17 @@ TEST_F(LoadConfig, a_file_whose_reading_fails_is_no_configuration) {
 }
 
 TEST_F(LoadConfigWithFaults, a_file_whose_reading_fails_half_way_is_no_configuration) {
-  sandbox.configure("# " + std::string(10000, 'c') + "\n");
+  // A file that has a size is read at once.
+  const std::string pipe = sandbox.root() / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const int writer = open(pipe.c_str(), O_RDWR);
+  sandbox.environment["VELUN_CLI_CONFIG"] = pipe;
+  const std::string comment = "# " + std::string(10000, 'c') + "\n";
   for (const char* fault : {"read:error=EIO:when=2", "read:error=EIO:when=3"}) {
-    expect_missing(with_fault(sandbox, {"config"}, fault, sandbox.config_file()),
-                   sandbox.config_file());
+    EXPECT_EQ(write(writer, comment.data(), comment.size()), std::ssize(comment));
+    expect_missing(with_fault(sandbox, {"config"}, fault, pipe), pipe);
   }
+  close(writer);
 }
 
 TEST_F(LoadConfig, a_path_that_cannot_exist_is_no_configuration) {

@@ -71,12 +71,22 @@ std::vector<ElfW(Xword)> ElfFile::dynamic(ElfW(Sxword) tag) const {
 }
 
 std::vector<Function> ElfFile::own_functions() const {
+  return functions([](const std::string& name) {
+    return name == "main" || name.find("5velun") != std::string::npos;
+  });
+}
+
+std::vector<Function> ElfFile::http_functions() const {
+  return functions(
+      [](const std::string& name) { return name.find("5boost5beast") != std::string::npos; });
+}
+
+std::vector<Function> ElfFile::functions(bool (*wanted)(const std::string& name)) const {
   std::vector<Function> functions;
   const Symbols table = symbols(SHT_SYMTAB);
   for (const auto& entry : table.entries) {
     const std::string name = name_of(table, entry);
-    const bool is_own = name == "main" || name.find("5velun") != std::string::npos;
-    if (is_own && ELF64_ST_TYPE(entry.st_info) == STT_FUNC && entry.st_size > 0) {
+    if (wanted(name) && ELF64_ST_TYPE(entry.st_info) == STT_FUNC && entry.st_size > 0) {
       functions.push_back({name, entry.st_value, ELF64_ST_BIND(entry.st_info) != STB_LOCAL,
                            bytes_at(entry.st_value, entry.st_size)});
     }

@@ -46,6 +46,9 @@ class ElfFile {
   /// The functions that velun's own sources define.
   std::vector<Function> own_functions() const;
 
+  /// Those of the HTTP library, which are compiled along with them.
+  std::vector<Function> http_functions() const;
+
   /// What those call by name, be it in the file or in a library.
   std::set<std::string> called_by_own_functions() const;
 
@@ -55,6 +58,7 @@ class ElfFile {
     std::size_t names = 0;  // where their names begin
   };
 
+  std::vector<Function> functions(bool (*wanted)(const std::string& name)) const;
   Symbols symbols(ElfW(Word) section_type) const;
   std::string name_of(const Symbols& symbols, const Symbol& entry) const;
   std::string bytes_at(std::uint64_t address, std::uint64_t size) const;
