@@ -98,7 +98,10 @@ std::string unknown_key(const std::string& key) {
   std::string text = "unknown key `";
   text.reserve(key.size() + 64);
   text.append(key).append("`");
-  return candidate.empty() ? text : text.append(" — did you mean `").append(candidate).append("`?");
+  if (!candidate.empty()) {
+    text.append(" — did you mean `").append(candidate).append("`?");
+  }
+  return text;
 }
 
 Verdict apply_entry(const std::string& key, const ConfigEntry& entry, Config& config) {
