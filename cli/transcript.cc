@@ -16,7 +16,7 @@ namespace {
 
 // What the report shows of one request; members may be absent.
 struct Entry {
-  json kind = json::value_t::object;  // only what kind of value it is
+  json::value_t kind = json::value_t::object;
   std::optional<json> app = std::nullopt;
   std::optional<json> model = std::nullopt;
   std::optional<json> outcome = std::nullopt;
@@ -33,8 +33,10 @@ std::optional<json>* find_member(Entry& entry, std::string_view name) {
 }
 
 // Throws the library's type error for a value that has no members.
-void expect_members(const json& kind) {
-  kind.value("", "");
+void expect_members(json::value_t kind) {
+  if (kind != json::value_t::object) {
+    json(kind).value("", "");
+  }
 }
 
 std::string_view text_or(const std::optional<json>& member, std::string_view absent) {
@@ -62,11 +64,11 @@ void add_line(const Entry& entry, std::string& lines) {
 // text may still turn out not to be JSON.
 class TranscriptReader {
  public:
-  bool null() { return take(nullptr); }
-  bool boolean(bool value) { return take(value); }
-  bool number_integer(json::number_integer_t value) { return take(value); }
-  bool number_unsigned(json::number_unsigned_t value) { return take(value); }
-  bool number_float(json::number_float_t value, const std::string&) { return take(value); }
+  bool null() { return take(json()); }
+  bool boolean(bool value) { return take(json(value)); }
+  bool number_integer(json::number_integer_t value) { return take(json(value)); }
+  bool number_unsigned(json::number_unsigned_t value) { return take(json(value)); }
+  bool number_float(json::number_float_t value, const std::string&) { return take(json(value)); }
   bool string(const std::string& value) { return take(value); }
   bool binary(const json::binary_t&) { return true; }  // stands in other formats only
   bool start_object(std::size_t) { return open(json::value_t::object); }
@@ -94,7 +96,7 @@ class TranscriptReader {
   // The lines of all entries; throws the library's type error for an answer of an unexpected shape.
   std::string lines() {
     expect_members(answer_);
-    if (!entries_.is_null() && !entries_.is_array()) {
+    if (entries_ != json::value_t::null && entries_ != json::value_t::array) {
       expect_members(entries_);
     }
     if (fault_ != nullptr) {
@@ -121,37 +123,41 @@ class TranscriptReader {
     return true;
   }
 
+  static json::value_t kind_of(json::value_t kind) { return kind; }
+  static json::value_t kind_of(const json& value) { return value.type(); }
+  static json::value_t kind_of(const std::string&) { return json::value_t::string; }
+
   template <typename Value>
   bool take(const Value& value) {
     if (depth_ == 0) {
-      answer_ = value;
+      answer_ = kind_of(value);
     } else if (at(1)) {
-      start_entries(value);
+      start_entries(kind_of(value));
     } else if (at(2)) {
-      start_entry(value);
+      start_entry(kind_of(value));
     } else if (at(3) && member_ != nullptr) {
       *member_ = value;
     }
     return true;
   }
 
-  void start_entries(const json& kind) {
+  void start_entries(json::value_t kind) {
     entries_ = kind;
     keyed_entries_.clear();
     lines_.clear();
     fault_ = nullptr;
   }
 
-  void start_entry(json kind) {
-    entry_ = {.kind = std::move(kind)};
+  void start_entry(json::value_t kind) {
+    entry_ = {.kind = kind};
     member_ = nullptr;
-    if (!entry_.kind.is_object()) {
+    if (kind != json::value_t::object) {
       end_entry();
     }
   }
 
   void end_entry() {
-    if (entries_.is_object()) {
+    if (entries_ == json::value_t::object) {
       keyed_entries_[entry_key_] = entry_;
       return;
     }
@@ -167,8 +173,8 @@ class TranscriptReader {
 
   int depth_ = 0;  // how many objects and arrays are open
   bool in_entries_ = false;
-  json answer_;  // of these two, too, only what kind of value they are
-  json entries_;
+  json::value_t answer_ = json::value_t::null;
+  json::value_t entries_ = json::value_t::null;
   Entry entry_;                                 // the one being read
   std::optional<json>* member_ = nullptr;       // where its next value belongs, if anywhere
   std::string entry_key_;                       // its key, when the entries are an object
