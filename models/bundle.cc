@@ -1,9 +1,10 @@
 #include "models/bundle.h"
 
+#include <unistd.h>
+
 #include <nlohmann/json.hpp>
 
 #include "system/files.h"
-#include "system/path_exists.h"
 
 namespace fs = std::filesystem;
 
@@ -39,10 +40,11 @@ constexpr const char* standard_heads[] = {"EMAIL",       "USERNAME", "URL",     
 
 }  // namespace
 
-bool bundle_complete(const fs::path& bundle) {
+bool bundle_complete(const std::string& bundle, int directory) {
   // Texts: putting paths together takes longer than asking.
-  const std::string directory = bundle.string() + "/";
-  const auto has = [&directory](const char* name) { return path_exists(directory + name); };
+  const auto has = [&](const char* name) {
+    return faccessat(directory, (bundle + "/" + name).c_str(), F_OK, 0) == 0;
+  };
   return (has("model.fp32.onnx") || has("model.int8.onnx")) && has("tokenizer.json") &&
          has("labels.json");
 }

@@ -9,6 +9,8 @@ FAULTS = {
     "clone": ["EAGAIN", "ENOMEM"],
     "close": ["EIO", "EINTR"],
     "connect": ["ECONNREFUSED", "ETIMEDOUT"],
+    "faccessat": ["EACCES", "ENOENT"],
+    "faccessat2": ["EACCES", "ENOENT", "ENOSYS"],
     "fchmod": ["EPERM"],
     "fcntl": ["EBADF"],
     "ftruncate": ["EIO"],

@@ -150,6 +150,12 @@ TEST_F(ModelList, lists_nothing_of_a_models_directory_that_is_a_file) {
   EXPECT_EQ(list(), no_models);
 }
 
+TEST_F(ModelList, does_not_wait_for_a_models_directory_that_is_a_pipe) {
+  fs::create_directories(sandbox.state_dir());
+  ASSERT_EQ(mkfifo(models().c_str(), 0600), 0);
+  EXPECT_EQ(list(), no_models);
+}
+
 TEST_F(ModelList, lists_nothing_of_a_models_directory_that_may_not_be_read) {
   add_complete(models() / "one");
   fs::permissions(models(), fs::perms::none);
