@@ -22,13 +22,14 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 namespace {
 
 struct Answer {
-  std::string head;
-  std::string body;  // over and over again, as long as there is something left to send
-  std::size_t length = 0;
+  std::string text;          // with what stands in a file
+  std::string filling;       // over and over again behind it,
+  std::size_t filling_size;  // as long as there is something left of this
 };
 
 using Answers = std::map<std::string, Answer>;
@@ -44,22 +45,17 @@ std::string head_of(const char* status, std::size_t length) {
 }
 
 Answer read_answer(const std::string& source) {
-  Answer answer;
   if (source.starts_with('+')) {
-    answer.length = std::stoul(source);
-    answer.body.assign(std::size_t{1} << 20, 'v');
-  } else {
-    std::ifstream file(source, std::ios::binary);
-    if (!file) {
-      fail(source.c_str());
-    }
-    std::ostringstream text;
-    text << file.rdbuf();
-    answer.body = text.str();
-    answer.length = answer.body.size();
+    const std::size_t length = std::stoul(source);
+    return {head_of("200 OK", length), std::string(std::size_t{1} << 20, 'v'), length};
   }
-  answer.head = head_of("200 OK", answer.length);
-  return answer;
+  std::ifstream file(source, std::ios::binary);
+  if (!file) {
+    fail(source.c_str());
+  }
+  std::ostringstream content;
+  content << file.rdbuf();
+  return {head_of("200 OK", content.str().size()) + content.str(), "", 0};
 }
 
 // The number of the port that the system has chosen.
@@ -100,17 +96,24 @@ std::string read_path(int connection) {
   return request.substr(begin, request.find(' ', begin) - begin);
 }
 
-// A client that goes away early is none of our business.
-void send_answer(int connection, const Answer& answer) {
-  send(connection, answer.head.data(), answer.head.size(), MSG_NOSIGNAL | MSG_MORE);
-  for (std::size_t sent = 0; sent < answer.length;) {
-    const std::size_t from = sent % answer.body.size();
-    const std::size_t size = std::min(answer.body.size() - from, answer.length - sent);
-    const ssize_t count = send(connection, answer.body.data() + from, size, MSG_NOSIGNAL);
+// False when the client goes away early, which is none of our business.
+bool send_all(int connection, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t count = send(connection, text.data(), text.size(), MSG_NOSIGNAL);
     if (count <= 0) {
-      return;
+      return false;
     }
-    sent += static_cast<std::size_t>(count);
+    text.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+void send_answer(int connection, const Answer& answer) {
+  bool taken = send_all(connection, answer.text);
+  for (std::size_t left = answer.filling_size; taken && left > 0;) {
+    const std::size_t size = std::min(answer.filling.size(), left);
+    taken = send_all(connection, std::string_view(answer.filling).substr(0, size));
+    left -= size;
   }
 }
 
@@ -122,7 +125,7 @@ void limit_waiting(int connection) {
 }
 
 [[noreturn]] void serve(int listener, const Answers& answers) {
-  const Answer unknown = {.head = head_of("404 Not Found", 0), .body = "", .length = 0};
+  const Answer unknown = {head_of("404 Not Found", 0), "", 0};
   for (;;) {
     const int connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
     if (connection < 0) {
