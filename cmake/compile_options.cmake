@@ -34,9 +34,7 @@ function(velun_compile_options target)
     target_link_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
   endif()
   if(VELUN_COVERAGE)
-    # Between the counters GCC sees the JSON library look at a number as what it has just been found
-    # not to be.
-    target_compile_options(${target} PRIVATE --coverage -Wno-null-dereference)
+    target_compile_options(${target} PRIVATE --coverage)
     target_link_options(${target} PRIVATE --coverage)
   endif()
 endfunction()
