@@ -27,9 +27,9 @@
 namespace {
 
 struct Answer {
-  std::string text;          // with what stands in a file
-  std::string filling;       // over and over again behind it,
-  std::size_t filling_size;  // as long as there is something left of this
+  std::string text;              // with what stands in a file
+  std::string filling;           // over and over again behind it,
+  std::size_t filling_size = 0;  // as long as there is something left of this
 };
 
 using Answers = std::map<std::string, Answer>;
