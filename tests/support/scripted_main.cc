@@ -13,6 +13,7 @@
 #include <fstream>
 #include <iostream>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -51,11 +52,12 @@ void record(const std::string& self) {
   for (const char* name : {"cmdline", "environ", "status"}) {
     std::ofstream(draft / name) << std::ifstream(process / name).rdbuf();
   }
-  std::string name;
-  for (int number = 1; name.empty() || fs::exists(name); ++number) {
-    name = self + ".run." + std::to_string(number);
-  }
-  fs::rename(draft, name);
+  // Two that run at once cannot both have a name: nothing is renamed to a directory with content.
+  std::error_code taken;
+  int number = 0;
+  do {
+    fs::rename(draft, self + ".run." + std::to_string(++number), taken);
+  } while (taken && number < 1000);
 }
 
 void write_output(const std::string& text, int argc, char* argv[]) {
