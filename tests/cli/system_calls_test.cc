@@ -57,6 +57,11 @@ TEST_F(SystemCalls, of_config_add_those_that_read_the_file) {
   EXPECT_EQ(of("config"), entry + load + print);
 }
 
+TEST_F(SystemCalls, of_config_are_no_more_for_a_long_file) {
+  sandbox.configure("# " + std::string(1'000'000, 'c') + "\n");
+  EXPECT_EQ(of("config"), entry + load + print);
+}
+
 TEST_F(SystemCalls, of_status_add_one_refused_connection) {
   EXPECT_EQ(of("status"), entry + load + " socket connect sendto close" + print);
 }
