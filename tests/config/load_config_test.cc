@@ -72,6 +72,16 @@ TEST_F(LoadConfigWithFaults, a_file_whose_reading_fails_half_way_is_no_configura
   close(writer);
 }
 
+TEST_F(LoadConfigWithFaults, a_file_that_comes_in_pieces_is_read_to_its_end) {
+  sandbox.configure();
+  const std::string path = sandbox.config_file();
+  write_file(path, "mode: off\n# and so on\n");
+  // Only said to be read: the first piece is three bytes that nobody has written.
+  EXPECT_EQ(seen(with_fault(sandbox, {"config"}, "read:retval=3:when=1", path)),
+            failure(path + " has problems:\n  line 1: unknown key `" + std::string(3, '\0') +
+                    "mode` — did you mean `mode`?\n"));
+}
+
 TEST_F(LoadConfig, a_path_that_cannot_exist_is_no_configuration) {
   const std::string too_long = sandbox.root() / std::string(300, 'n');
   expect_missing(show(too_long), too_long);
@@ -138,7 +148,7 @@ TEST_F(LoadConfig, a_pipe_is_read_to_its_end) {
   // There is no way in before velun reads.
   ASSERT_TRUE(
       eventually([&] { return (writer = open(pipe.c_str(), O_WRONLY | O_NONBLOCK)) >= 0; }));
-  for (const std::string piece : {"mode: o", "ff\nmodel_dir: /m", "\n"}) {
+  for (const std::string piece : {"m", "ode: off\nmodel_dir: /m", "\n"}) {
     EXPECT_EQ(write(writer, piece.data(), piece.size()), static_cast<ssize_t>(piece.size()));
     EXPECT_TRUE(eventually([&] { return bytes_in(writer) == 0; }));
   }
