@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 #include "tests/support/config_text.h"
 #include "tests/support/dialogue.h"
@@ -80,6 +82,20 @@ TEST_F(LoadConfigWithFaults, a_file_that_comes_in_pieces_is_read_to_its_end) {
   EXPECT_EQ(seen(with_fault(sandbox, {"config"}, "read:retval=3:when=1", path)),
             failure(path + " has problems:\n  line 1: unknown key `" + std::string(3, '\0') +
                     "mode` — did you mean `mode`?\n"));
+}
+
+TEST_F(LoadConfigWithFaults, a_file_that_has_become_longer_since_it_was_opened_is_read_whole) {
+  sandbox.configure();
+  const std::string path = sandbox.config_file();
+  write_file(path, "mode: off\n");
+  // Its size was asked, and is told two seconds later.
+  std::thread editor([&path] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    write_file(path, "mode: off\nmodel_dir: /m\n");
+  });
+  const Outcome run = with_fault(sandbox, {"config"}, "newfstatat,fstat:delay_exit=2000000", path);
+  editor.join();
+  EXPECT_EQ(seen(run), success("file: " + path + "\n\n" + written("off", "model_dir: /m\n")));
 }
 
 TEST_F(LoadConfig, a_path_that_cannot_exist_is_no_configuration) {
