@@ -82,12 +82,12 @@ bool read_answer(const Call& call, Parser& parser) {
       const asio::mutable_buffer room = buffer.prepare(65536);
       const ssize_t count =
           wait_for(call, POLLIN) ? recv(call.socket, room.data(), room.size(), 0) : -1;
-      if (count < 0 || (count == 0 && !parser.got_some())) {
-        return false;
-      }
-      if (count == 0) {
+      if (count == 0 && parser.got_some()) {
         parser.put_eof(error);
         return !error;
+      }
+      if (count <= 0) {
+        return false;
       }
       buffer.commit(static_cast<std::size_t>(count));
     }
