@@ -55,7 +55,8 @@ Answer read_answer(const std::string& source) {
   }
   std::ostringstream content;
   content << file.rdbuf();
-  return {head_of("200 OK", content.str().size()) + content.str(), "", 0};
+  const std::string body = content.str();
+  return {head_of("200 OK", body.size()) + body, "", 0};
 }
 
 // The number of the port that the system has chosen.
