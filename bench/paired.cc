@@ -3,11 +3,12 @@
 //
 // Runs its programs in turn, A B A B …, so that both sides meet the same moments of a machine that
 // does other things as well, and prints one line for each: the median of its times from before its
-// start to after its end in milliseconds, and the peak of its memory in kilobytes (of the largest
-// process, where there are several). Both streams of the programs lead nowhere. A program that ends
-// with another status than STATUS (0) ends everything: it has not done what is to be measured.
-// COMMAND is for a shell that runs after each run and is not measured. RUNS (1) do not count the
-// one that warms the caches.
+// start to after its end in milliseconds, the peak of its memory in kilobytes (of the largest
+// process, where there are several), and how many times as long as the last program it took, the
+// median over the turns. Both streams of the programs lead nowhere. A program that ends with
+// another status than STATUS (0) ends everything: it has not done what is to be measured. COMMAND
+// is for a shell that runs after each run and is not measured. RUNS (1) do not count the one that
+// warms the caches.
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -21,6 +22,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <functional>
+#include <iterator>
 #include <vector>
 
 namespace {
@@ -153,6 +156,13 @@ double median(std::vector<double> values) {
   return values.size() % 2 == 1 ? values[half] : (values[half - 1] + values[half]) / 2;
 }
 
+double median_ratio(const Side& side, const Side& last) {
+  std::vector<double> ratios;
+  std::transform(side.milliseconds.begin(), side.milliseconds.end(), last.milliseconds.begin(),
+                 std::back_inserter(ratios), std::divides<>());
+  return median(ratios);
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
@@ -167,6 +177,7 @@ int main(int argc, char* argv[]) {
     }
   }
   for (const Side& side : plan.sides) {
-    std::printf("%.4f %ld\n", median(side.milliseconds), side.peak_kilobytes);
+    std::printf("%.4f %ld %.4f\n", median(side.milliseconds), side.peak_kilobytes,
+                median_ratio(side, plan.sides.back()));
   }
 }
