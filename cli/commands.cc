@@ -78,7 +78,7 @@ int run_command(const Invocation& invocation) {
     return command->run(invocation, config);
   }
   // Before an unknown word is reported: without a valid configuration that is what to mend first.
-  if (!load_config(config, MissingFile::reported)) {
+  if (!load_config(config, /*verbose=*/true)) {
     return status_failure;
   }
   if (!known) {

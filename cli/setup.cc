@@ -50,7 +50,7 @@ std::string prompt_value(const std::string& label, const std::string& fallback) 
 int run_setup() {
   Config config;
   // A missing file leaves the defaults, a faulty one its good values; either way there is an offer.
-  load_config(config, MissingFile::silent);
+  load_config(config, /*verbose=*/false);
   print("Velun CLI setup — Enter keeps the value in brackets.\n\n");
   config.mode = ask_mode(config.mode);
   ask_detection(config);

@@ -13,11 +13,11 @@
 
 namespace velun {
 
-bool load_config(Config& config, MissingFile missing_file) {
+bool load_config(Config& config, bool verbose) {
   const std::filesystem::path path = config_path();
   const std::optional<std::string> text = read_file(path);
   if (!text) {
-    if (missing_file == MissingFile::reported) {
+    if (verbose) {
       print_error("no configuration at " + path.string() + " — run `velun setup` first\n");
     }
     return false;
@@ -29,10 +29,8 @@ bool load_config(Config& config, MissingFile missing_file) {
     return true;
   }
   std::string report = path.string() + " has problems:\n";
-  for (const Problem& problem : problems) {
-    report += problem.line != 0 ? "  line " + std::to_string(problem.line) + ": " : "  ";
-    report += problem.text;
-    report += "\n";
+  for (const std::string& problem : problems) {
+    report += "  " + problem + "\n";
   }
   print_error(report);
   return false;

@@ -6,14 +6,11 @@
 
 namespace velun {
 
-/// What a config file that cannot be read is worth: a line on standard error, or nothing.
-enum class MissingFile { reported, silent };
-
 /// Loads the file at `config_path` into `config`. False when the file cannot be read, which leaves
-/// `config` alone; false, too, when it has problems, which are always reported together on standard
-/// error. Either way a file that can be read replaces every field: with its value where the key is
-/// valid, with the default where it is not or is absent.
-bool load_config(Config& config, MissingFile missing_file);
+/// `config` alone and is reported on standard error if `verbose`. False, too, when it has problems,
+/// which are always reported together on standard error. A file that can be read replaces every
+/// field: with its value where the key is valid, with the default where it is invalid or absent.
+bool load_config(Config& config, bool verbose);
 
 /// Writes the rendering to `config_path`, creating its parent directories, and prints "wrote " and
 /// the path. Throws std::filesystem::filesystem_error when a directory cannot be created; a file

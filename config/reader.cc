@@ -44,7 +44,7 @@ std::vector<std::string> split_items(std::string_view inside) {
   return items;
 }
 
-// Adds the pair of one line to `raw`; returns the problem of a line that cannot be accepted.
+// Adds the pair of one line to `raw`; returns the problem of a line that is refused.
 std::optional<std::string> read_pair(std::string_view line, int number, RawConfig& raw) {
   const std::string_view pair = trim_blanks(strip_comment(line));
   // Before the test for indentation: an indented comment does no harm.
@@ -110,8 +110,8 @@ RawConfig parse_config_text(std::string_view text, Problems& problems) {
       line.remove_suffix(1);
     }
     ++number;
-    if (auto problem = read_pair(line, number, raw)) {
-      problems.push_back({number, *std::move(problem)});
+    if (const auto problem = read_pair(line, number, raw)) {
+      problems.push_back("line " + std::to_string(number) + ": " + *problem);
     }
   }
   return raw;

@@ -22,16 +22,10 @@ struct ConfigEntry {
 /// Keys in ascending byte order, which is the order in which the validator reports them.
 using RawConfig = std::map<std::string, ConfigEntry>;
 
-/// One thing that is wrong with the file, for the user.
-struct Problem {
-  int line = 0;  ///< 1-based; 0 when no single line is to blame
-  std::string text;
-
-  bool operator==(const Problem&) const = default;
-};
-
-/// Collected by the reader and then the validator, in the order of reporting.
-using Problems = std::vector<Problem>;
+/// What is wrong with the file, in the order of reporting: first the reader appends, then the
+/// validator. Each text is one line for the user, starting with "line N: " when one line is to
+/// blame.
+using Problems = std::vector<std::string>;
 
 /// Reads the whole text. Never fails as a whole: a bad line appends one problem and leaves nothing
 /// in the result. The first of two equal keys wins.

@@ -146,14 +146,15 @@ std::size_t edit_distance(std::string_view from, std::string_view to) {
 Config validate_config(const RawConfig& raw, Problems& problems) {
   Config config;
   for (const auto& [key, entry] : raw) {
-    if (Verdict problem = apply_entry(key, entry, config)) {
-      problems.push_back({entry.line, *std::move(problem)});
+    if (const Verdict problem = apply_entry(key, entry, config)) {
+      problems.push_back("line " + std::to_string(entry.line) + ": " + *problem);
     }
   }
   // Both stay stored, like every value that is good in itself.
   if (!config.model_dir.empty() && !config.endpoint_url.empty()) {
-    problems.push_back({.text = "model_dir and endpoint_url exclude each other — the daemon runs "
-                                "one detection engine per launch"});
+    problems.push_back(
+        "model_dir and endpoint_url exclude each other — "
+        "the daemon runs one detection engine per launch");
   }
   return config;
 }

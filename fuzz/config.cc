@@ -20,8 +20,8 @@ std::string reading_of(const RawConfig& raw, const Problems& problems) {
     }
     text += "\n";
   }
-  for (const Problem& problem : problems) {
-    text += "problem " + std::to_string(problem.line) + ": " + problem.text + "\n";
+  for (const std::string& problem : problems) {
+    text += "problem: " + problem + "\n";
   }
   return text;
 }

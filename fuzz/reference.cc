@@ -184,7 +184,7 @@ RawConfig read(const std::string& text, Problems& problems) {
       line.pop_back();
     }
     if (const std::string problem = read_line(line, number, raw); !problem.empty()) {
-      problems.push_back({number, problem});
+      problems.push_back("line " + std::to_string(number) + ": " + problem);
     }
   }
   return raw;
@@ -194,13 +194,13 @@ Config judge(const RawConfig& raw, Problems& problems) {
   Config config;
   for (const auto& [key, entry] : raw) {
     if (const std::string problem = judge_entry(key, entry, config); !problem.empty()) {
-      problems.push_back({entry.line, problem});
+      problems.push_back("line " + std::to_string(entry.line) + ": " + problem);
     }
   }
   if (!config.model_dir.empty() && !config.endpoint_url.empty()) {
-    problems.push_back({0,
-                        "model_dir and endpoint_url exclude each other — the daemon runs one "
-                        "detection engine per launch"});
+    problems.push_back(
+        "model_dir and endpoint_url exclude each other — the daemon runs one detection engine per "
+        "launch");
   }
   return config;
 }

@@ -193,7 +193,7 @@ TEST_F(LoadConfig, a_missing_file_leaves_the_record_alone) {
   config.mode = "off";
   config.intercept_port = 7;
   const Config before = config;
-  EXPECT_FALSE(load_config(config, MissingFile::silent));
+  EXPECT_FALSE(load_config(config, false));
   EXPECT_EQ(config, before);
 }
 
@@ -207,7 +207,7 @@ TEST_F(LoadConfig, a_valid_file_replaces_every_field_of_the_record) {
   config.anthropic_port = config.openai_port = config.control_port = config.intercept_port = 7;
   config.names = false;
   config.intercept_apps = {"a"};
-  EXPECT_TRUE(load_config(config, MissingFile::reported));
+  EXPECT_TRUE(load_config(config, true));
   Config expected;
   expected.control_port = 9103;
   EXPECT_EQ(fields_of(config), fields_of(expected));

@@ -135,10 +135,10 @@ TEST(ReaderLines, entries_are_in_ascending_byte_order_of_their_keys) {
 }
 
 TEST(ReaderLines, problems_are_appended_to_those_that_are_there) {
-  Problems problems = {{7, "earlier"}};
+  Problems problems = {"earlier"};
   const RawConfig raw = parse_config_text("no colon\n", problems);
   EXPECT_TRUE(raw.empty());
-  EXPECT_EQ(problems, (Problems{{7, "earlier"}, {1, "expected `key: value`"}}));
+  EXPECT_EQ(problems, (Problems{"earlier", "line 1: expected `key: value`"}));
 }
 
 }  // namespace

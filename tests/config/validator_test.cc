@@ -281,9 +281,9 @@ TEST(Validator, the_line_of_a_problem_is_the_number_in_the_entry) {
   ConfigEntry entry;
   entry.scalar = "x";
   entry.line = -3;
-  Problems problems = {{7, "earlier"}};
+  Problems problems = {"earlier"};
   validate_config({{"names", entry}}, problems);
-  EXPECT_EQ(problems, (Problems{{7, "earlier"}, {-3, "names must be true or false"}}));
+  EXPECT_EQ(problems, (Problems{"earlier", "line -3: names must be true or false"}));
 }
 
 }  // namespace

@@ -21,11 +21,6 @@ inline std::string joined(const std::vector<std::string>& texts, const std::stri
   return result;
 }
 
-/// Behind its line, as velun prints it.
-inline std::string text_of(const Problem& problem) {
-  return (problem.line == 0 ? "" : "line " + std::to_string(problem.line) + ": ") + problem.text;
-}
-
 /// Every entry as "LINE KEY = <SCALAR>\n" or "LINE KEY = [<ITEM><ITEM>]\n" in the order of the
 /// keys, then every problem as "! PROBLEM\n".
 inline std::string reading_of(std::string_view text) {
@@ -39,8 +34,8 @@ inline std::string reading_of(std::string_view text) {
     }
     result += entry.is_list ? "]\n" : "\n";
   }
-  for (const Problem& problem : problems) {
-    result += "! " + text_of(problem) + "\n";
+  for (const std::string& problem : problems) {
+    result += "! " + problem + "\n";
   }
   return result;
 }
@@ -80,8 +75,8 @@ inline Judged judge(std::string_view text) {
   Problems problems;
   Judged result;
   result.config = validate_config(parse_config_text(text, problems), problems);
-  for (const Problem& problem : problems) {
-    result.problems += text_of(problem) + "\n";
+  for (const std::string& problem : problems) {
+    result.problems += problem + "\n";
   }
   return result;
 }
