@@ -9,10 +9,6 @@ namespace {
 
 // The scan runs over the key as well, so a quote in a key hides a later "#" too.
 std::string_view strip_comment(std::string_view line) {
-  // Most lines have none, and need no look at their quotes.
-  if (line.find('#') == std::string_view::npos) {
-    return line;
-  }
   bool in_double = false;
   bool in_single = false;
   for (std::size_t i = 0; i < line.size(); ++i) {

@@ -95,13 +95,8 @@ Verdict apply_scalar(const KnownKey& known, const std::string& scalar, Config& c
 
 std::string unknown_key(const std::string& key) {
   const std::string candidate = suggest_key(key);
-  std::string text = "unknown key `";
-  text.reserve(key.size() + 64);
-  text.append(key).append("`");
-  if (!candidate.empty()) {
-    text.append(" — did you mean `").append(candidate).append("`?");
-  }
-  return text;
+  return "unknown key `" + key + "`" +
+         (candidate.empty() ? "" : " — did you mean `" + candidate + "`?");
 }
 
 Verdict apply_entry(const std::string& key, const ConfigEntry& entry, Config& config) {
@@ -163,12 +158,6 @@ std::string suggest_key(std::string_view unknown_key) {
   std::size_t best_distance = 4;
   std::string_view best;
   for (const KnownKey& known : KNOWN_KEYS) {
-    // Every byte that one has more than the other is an edit: most keys need no closer look, and a
-    // key of many megabytes none.
-    const auto [shorter, longer] = std::minmax({unknown_key.size(), known.key.size()});
-    if (longer - shorter >= best_distance) {
-      continue;
-    }
     const std::size_t distance = edit_distance(unknown_key, known.key);
     if (distance < best_distance) {
       best_distance = distance;
