@@ -42,7 +42,6 @@ void ask_detection(Config& config) {
 
 std::string prompt_value(const std::string& label, const std::string& fallback) {
   print(label + (fallback.empty() ? "" : " [" + fallback + "]") + ": ");
-  flush_output();  // a question has no newline, and may go to a pipe
   const std::string line = read_line(stdin);
   return line.empty() ? fallback : line;
 }

@@ -8,7 +8,6 @@
 #include "config/validator.h"
 #include "config/writer.h"
 #include "system/files.h"
-#include "system/make_directories.h"
 #include "system/output.h"
 
 namespace velun {
@@ -40,7 +39,7 @@ void save_config(const Config& config) {
   const std::filesystem::path path = config_path();
   // A bare file name has no directory part and means the current directory.
   if (path.has_parent_path()) {
-    make_directories(path.parent_path());
+    std::filesystem::create_directories(path.parent_path());
   }
   // In place, neither through a temporary file nor with permissions of its own: a link stays a
   // link, and the file stays as private as its owner made it. Before the line that says so: whoever

@@ -5,7 +5,7 @@
 #include <initializer_list>
 #include <system_error>
 
-#include "system/path_exists.h"
+#include "system/files.h"
 
 namespace fs = std::filesystem;
 

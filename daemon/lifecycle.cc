@@ -19,9 +19,7 @@
 #include "system/child.h"
 #include "system/exit_status.h"
 #include "system/files.h"
-#include "system/make_directories.h"
 #include "system/output.h"
-#include "system/path_exists.h"
 
 namespace fs = std::filesystem;
 
@@ -55,7 +53,7 @@ std::optional<pid_t> read_recorded_pid(const Config& config) {
 // daemon is always told where it is.
 Config prepare_state_dir(Config config) {
   const fs::path directory = state_dir_of(config);
-  make_directories(directory);
+  fs::create_directories(directory);
   config.state_dir = directory.string();
   return config;
 }
@@ -158,7 +156,7 @@ int start_daemon(const Config& config, const std::string& argument_zero) {
   const std::vector<std::string> flags = daemon_argv(launched);
   command.insert(command.end(), flags.begin(), flags.end());
 
-  const pid_t pid = fork_child();
+  const pid_t pid = fork();
   if (pid < 0) {
     print_error("fork failed\n");
     return status_failure;

@@ -16,7 +16,6 @@
 #include "system/exit_status.h"
 #include "system/files.h"
 #include "system/output.h"
-#include "system/path_exists.h"
 
 namespace fs = std::filesystem;
 
@@ -78,7 +77,7 @@ int run_curl(const std::string& url, const std::string& output, const std::strin
   words.insert(words.end(), {"-o", output, url});
 
   const pid_t parent = getpid();
-  const pid_t pid = fork_child();
+  const pid_t pid = fork();
   if (pid < 0) {
     return status_failure;
   }

@@ -12,9 +12,7 @@
 #include "models/token_header.h"
 #include "system/exit_status.h"
 #include "system/files.h"
-#include "system/make_directories.h"
 #include "system/output.h"
-#include "system/path_exists.h"
 
 namespace fs = std::filesystem;
 
@@ -69,7 +67,7 @@ int fetch_model(const Config& config, const std::string& argument) {
   }
   const std::string variant = compact && card.has_compact ? "compact" : "full";
   const fs::path bundle = models_dir_of(config) / card.id;
-  make_directories(bundle);
+  fs::create_directories(bundle);
   print("fetching " + card.id + " (" + variant + ")\n");
   // What is complete stays when a later file fails, and the next fetch goes on from there.
   for (const BundleFile& file : bundle_files(card, variant)) {

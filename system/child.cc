@@ -3,8 +3,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include "system/output.h"
-
 namespace velun {
 namespace {
 
@@ -18,12 +16,6 @@ auto ignore_sigpipe() {
 
 void ignore_abandoned_output() {
   ignore_sigpipe();
-}
-
-pid_t fork_child() {
-  // A child that writes to standard error would write out, once more, what it found unwritten here.
-  flush_output();
-  return fork();
 }
 
 void execute(std::vector<std::string>& words) {

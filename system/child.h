@@ -1,8 +1,6 @@
 // Running another program, the daemon or curl, in a child process.
 #pragma once
 
-#include <sys/types.h>
-
 #include <string>
 #include <vector>
 
@@ -11,10 +9,6 @@ namespace velun {
 /// Ignores SIGPIPE from now on: a reader that leaves early must not end a command half way, between
 /// the stop and the start of a restart, say. Called once, before the first fork.
 void ignore_abandoned_output();
-
-/// Forks, as fork() does: the child's pid, 0 in the child, -1 when it failed. What was printed so
-/// far is written out first, so that it stands before the child's words and only once.
-pid_t fork_child();
 
 /// Replaces the process with the program that the first word names, looked up on the search path
 /// when it holds no slash; the words are its arguments, argument zero included. The program gets

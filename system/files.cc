@@ -9,6 +9,11 @@
 
 namespace velun {
 
+bool path_exists(const std::filesystem::path& path) {
+  std::error_code counts_as_no;
+  return std::filesystem::exists(path, counts_as_no);
+}
+
 File open_for_reading(const std::filesystem::path& path) {
   return File(std::fopen(path.c_str(), "re"));
 }

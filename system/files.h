@@ -1,4 +1,4 @@
-// Reading, writing and removing files.
+// Finding, reading, writing and removing files.
 #pragma once
 
 #include <cstdio>
@@ -9,6 +9,10 @@
 #include <string_view>
 
 namespace velun {
+
+/// True when anything is at the path, links followed. A question that fails, because a name is too
+/// long or a permission is missing, counts as no.
+bool path_exists(const std::filesystem::path& path);
 
 /// Closes a file with its scope.
 struct CloseFile {

@@ -6,14 +6,11 @@
 
 namespace velun {
 
-/// Writes the text to standard output, at the latest when velun exits. Whether it arrives goes
-/// unreported: the work counts, and the exit status tells of that.
+/// Writes the text to standard output at once. A failure goes unreported: the exit status is that
+/// of the command's work.
 void print(std::string_view text);
 
-/// Writes the text to standard error at once, behind all that was printed before it.
+/// Writes the text to standard error at once. A failure goes unreported.
 void print_error(std::string_view text);
-
-/// Writes out what was printed so far.
-void flush_output();
 
 }  // namespace velun

@@ -1,4 +1,4 @@
-#include "system/path_exists.h"
+#include "system/files.h"
 
 #include <gtest/gtest.h>
 
