@@ -27,8 +27,9 @@ namespace {
   // A curl that outlived a killed velun would go on writing into the next run's file. Not SIGTERM:
   // curl may have been handed down to ignore it.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  // velun may be gone already, and then no signal comes.
-  if (getppid() == parent) {
+  // velun may be gone already, and then no signal comes. A parent in another process namespace
+  // reads as 0.
+  if (getppid() == parent || getppid() == 0) {
     execute(words);
   }
   _exit(status_exec_failed);

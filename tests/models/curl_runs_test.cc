@@ -2,7 +2,10 @@
 // cannot be brought to.
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <tuple>
 
@@ -56,6 +59,16 @@ class CurlRuns : public Fetching {
     Words words = hub_run();
     words.insert(words.begin() + 6, {"-H", header_word()});
     return words;
+  }
+
+  // Whether `action` returns true in a child of the test.
+  static bool succeeds_in_a_child(bool (*action)()) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+      _exit(action() ? 0 : 1);
+    }
+    int status = 1;
+    return waitpid(pid, &status, 0) == pid && status == 0;
   }
 
   // Neither a part nor a header file.
@@ -185,6 +198,23 @@ TEST_F(CurlRuns, name_a_header_file_that_cannot_be_replaced_but_the_token_is_not
   EXPECT_EQ(vectors_of(curl), (std::vector<Words>{mirror_run(), hub_run_with_token()}));
   EXPECT_EQ(read_file(header_file()), "older content\n");
   EXPECT_EQ(fs::last_write_time(header_file()), long_ago);
+}
+
+TEST_F(CurlRuns, go_on_in_a_process_namespace_of_their_own) {
+  const auto enter = [] {
+    return unshare(CLONE_NEWPID) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWPID) == 0;
+  };
+  if (!succeeds_in_a_child(enter)) {
+    GTEST_SKIP() << "this system lets the test have no process namespace";
+  }
+  // A new namespace ends with its first process, so there can be one download only.
+  put("tokenizer.json", tokenizer_body);
+  put("calibration.json", calibration_body);
+  const ScriptedProgram curl = scripted("output graph");
+  RunOptions options;
+  options.in_child = [enter] { enter(); };
+  EXPECT_EQ(fetch(options), success(fetch_that_finds({"tokenizer.json", "calibration.json"})));
+  EXPECT_EQ(read_file(bundle() / "model.fp32.onnx"), "graph");
 }
 
 TEST_F(CurlRuns, that_cannot_be_forked_count_as_failed) {
