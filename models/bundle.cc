@@ -1,7 +1,5 @@
 #include "models/bundle.h"
 
-#include <unistd.h>
-
 #include <nlohmann/json.hpp>
 
 #include "system/files.h"
@@ -40,13 +38,10 @@ constexpr const char* standard_heads[] = {"EMAIL",       "USERNAME", "URL",     
 
 }  // namespace
 
-bool bundle_complete(const std::string& bundle, int directory) {
-  // Texts: putting paths together takes longer than asking.
-  const auto has = [&](const char* name) {
-    return faccessat(directory, (bundle + "/" + name).c_str(), F_OK, 0) == 0;
-  };
-  return (has("model.fp32.onnx") || has("model.int8.onnx")) && has("tokenizer.json") &&
-         has("labels.json");
+bool bundle_complete(const fs::path& directory) {
+  return (path_exists(directory / "model.fp32.onnx") ||
+          path_exists(directory / "model.int8.onnx")) &&
+         path_exists(directory / "tokenizer.json") && path_exists(directory / "labels.json");
 }
 
 std::string labels_json(const ModelCard& card) {

@@ -2,8 +2,6 @@
 // velun's own making; JSON that velun writes is built as text. Nothing is printed here.
 #pragma once
 
-#include <fcntl.h>
-
 #include <filesystem>
 #include <string>
 
@@ -12,9 +10,8 @@
 namespace velun {
 
 /// True when the directory has a graph (model.fp32.onnx or model.int8.onnx), tokenizer.json and
-/// labels.json, whatever they are and hold. A relative one begins at the open `directory`, or at
-/// the current one.
-bool bundle_complete(const std::string& bundle, int directory = AT_FDCWD);
+/// labels.json. Anything that exists under these names counts, whatever it is or holds.
+bool bundle_complete(const std::filesystem::path& directory);
 
 /// The text of labels.json: the label heads of the model, nineteen from a window of 1024 on, else
 /// the four detailed ones.

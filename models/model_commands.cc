@@ -19,28 +19,21 @@ namespace fs = std::filesystem;
 namespace velun {
 namespace {
 
-// A line for each bundle, in the order of the directory. One that cannot be read has none to show.
+// A line for each bundle, in the order of the directory. A directory that cannot be read lists
+// nothing.
 std::string bundle_lines(const fs::path& models_dir, const std::string& model_dir) {
   std::string lines;
-  // Names in an open directory are found in four fifths of the time that whole paths take. With
-  // a separator at its end, the path opens nothing but a directory: a pipe would not let go again.
-  const File directory = open_for_reading(models_dir / "");
-  if (directory == nullptr) {
-    return lines;
-  }
   std::error_code error;
   const fs::directory_iterator end;
   for (fs::directory_iterator entry(models_dir, error); entry != end; entry.increment(error)) {
-    std::error_code unknown_counts_as_missing;
-    if (!entry->is_directory(unknown_counts_as_missing)) {
+    std::error_code unknown_is_no_directory;
+    if (!entry->is_directory(unknown_is_no_directory)) {
       continue;
     }
-    // Paths are compared as texts, not as places: one spelled another way is not marked.
-    const std::string& bundle = entry->path().native();
-    const std::string name = bundle.substr(bundle.rfind('/') + 1);
-    lines += bundle == model_dir ? "* " : "  ";
-    lines += name;
-    lines += bundle_complete(name, fileno(directory.get())) ? "\n" : "  (incomplete)\n";
+    // Paths are compared as texts: one spelled another way is not marked.
+    lines += entry->path().string() == model_dir ? "* " : "  ";
+    lines += entry->path().filename().string();
+    lines += bundle_complete(entry->path()) ? "\n" : "  (incomplete)\n";
   }
   return lines;
 }

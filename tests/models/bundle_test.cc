@@ -106,6 +106,13 @@ TEST_F(Completeness, fails_without_a_directory) {
   EXPECT_FALSE(bundle_complete(sandbox.root() / std::string(300, 'x')));
 }
 
+TEST_F(Completeness, of_an_empty_path_is_that_of_the_current_directory) {
+  const fs::path before = fs::current_path();
+  fs::current_path(with({"model.fp32.onnx", "tokenizer.json", "labels.json"}));
+  EXPECT_TRUE(bundle_complete(""));
+  fs::current_path(before);
+}
+
 TEST_F(Completeness, counts_directories_as_parts) {
   with({});
   for (const char* name : {"model.fp32.onnx", "tokenizer.json", "labels.json"}) {

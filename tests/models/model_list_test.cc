@@ -172,6 +172,23 @@ TEST_F(ModelList, takes_a_bundle_that_may_not_be_looked_into_for_incomplete) {
   EXPECT_EQ(list(options), success("  one  (incomplete)\n"));
 }
 
+TEST_F(ModelList, takes_a_bundle_whose_files_have_too_long_paths_for_incomplete) {
+  const std::size_t longest_path = 4095;
+  std::string state_dir = sandbox.root();
+  while (state_dir.size() + 201 < longest_path - std::string("/models").size()) {
+    state_dir += "/" + std::string(200, 'd');
+  }
+  state_dir += "/";
+  state_dir.resize(longest_path - std::string("/models").size(), 'd');
+  sandbox.configure("state_dir: " + state_dir + "\n");
+  fs::create_directories(state_dir + "/models");
+  const fs::path before = fs::current_path();
+  fs::current_path(state_dir + "/models");
+  add_complete("one");
+  fs::current_path(before);
+  EXPECT_EQ(list(), success("  one  (incomplete)\n"));
+}
+
 TEST_F(ModelList, keeps_the_order_of_the_directory_over_thousands_of_bundles) {
   fs::create_directories(models());
   for (int number = 0; number < 2000; ++number) {
