@@ -59,16 +59,24 @@ TEST_F(FewDescriptors, three_are_enough_for_help_and_keep_setup_from_changing_th
   EXPECT_EQ(read_file(sandbox.config_file()), before);
 }
 
-TEST_F(FewDescriptors, four_to_eight_are_enough_for_everything) {
+TEST_F(FewDescriptors, four_are_enough_for_the_config_and_the_list_of_models) {
+  fs::create_directories(sandbox.models_dir() / "one");
+  EXPECT_EQ(with(4, {"config"}), seen(sandbox.velun({"config"})));
+  EXPECT_EQ(with(4, {"model", "list"}), success("  one  (incomplete)\n"));
+}
+
+TEST_F(FewDescriptors, seven_are_enough_for_every_command_that_asks_the_daemon) {
   const LoopbackServer control(sandbox.control_port(), healthy_with("{}"));
-  for (const Words& words :
-       {Words{"config"}, Words{"status"}, Words{"stats"}, Words{"log"}, Words{"start"},
-        Words{"stop"}, Words{"restart"}, Words{"mode", "watch"}, Words{"model", "list"},
-        Words{"model", "use", "x"}}) {
-    const std::string usual = seen(sandbox.velun(words));
-    for (rlim_t count = 4; count <= 8; ++count) {
-      EXPECT_EQ(with(count, words), usual) << words[0];
-    }
+  for (const Words& words : {Words{"status"}, Words{"stats"}, Words{"log"}, Words{"start"},
+                             Words{"stop"}, Words{"restart"}, Words{"mode", "watch"}}) {
+    EXPECT_EQ(with(7, words), seen(sandbox.velun(words))) << words[0];
+  }
+}
+
+TEST_F(FewDescriptors, four_to_six_leave_too_few_to_ask_which_counts_as_no_daemon) {
+  const LoopbackServer control(sandbox.control_port(), healthy_with("{}"));
+  for (rlim_t count = 4; count <= 6; ++count) {
+    EXPECT_EQ(with(count, {"status"}), success("not running (configured mode: watch)\n")) << count;
   }
 }
 
