@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "cli/transcript.h"
 #include "daemon/answer_integers.h"
 #include "daemon/ask_daemon.h"
 #include "system/exit_status.h"
@@ -40,18 +39,39 @@ std::optional<std::string> stats_report(const std::string& body) {
   if (answer.is_discarded()) {
     return std::nullopt;
   }
-  // Not std::int64_t: for its own integer type the library refuses true and false.
-  const long long cost_micros = integer_member<long long>(answer, "cost_micros");
-  // Six significant digits rather than cents, which would round away what most requests cost.
-  char cost[32];
-  std::snprintf(cost, sizeof cost, "%g", static_cast<double>(cost_micros) / 1'000'000.0);
   const auto counter = [&answer](const char* name) {
     return std::to_string(integer_member<int>(answer, name)) + "\n";
   };
   std::string report = "requests:            " + counter("requests");
   report += "entities protected:  " + counter("entities_protected");
   report += "blocked requests:    " + counter("blocked_requests");
+  // Not std::int64_t: for its own integer type the library refuses true and false.
+  const auto micros = static_cast<double>(integer_member<long long>(answer, "cost_micros"));
+  // Six significant digits, not cents: most requests cost less than one.
+  char cost[32];
+  std::snprintf(cost, sizeof cost, "%g", micros / 1'000'000.0);
   return report + "cost (list prices):  $" + cost + "\n";
+}
+
+std::optional<std::string> log_report(const std::string& body) {
+  const json answer = json::parse(body, nullptr, false);
+  if (answer.is_discarded()) {
+    return std::nullopt;
+  }
+  // By reference: a copy of deeply nested entries would exhaust the stack. The lookup with a
+  // default only raises the error of an answer that is no object.
+  const auto entries = answer.find("entries");
+  if (entries == answer.end() ? answer.value("entries", json()).empty() : entries->empty()) {
+    return "no requests yet (the transcript is RAM-only and empties on restart)\n";
+  }
+  std::string lines;
+  for (const json& entry : *entries) {
+    lines += entry.value("app", "?") + "  ";
+    lines += entry.value("model", "") + "  ";
+    lines += entry.value("outcome", "") + "  ";
+    lines += std::to_string(integer_member<int>(entry, "duration_ms")) + " ms\n";
+  }
+  return lines;
 }
 
 int print_stats(const Config& config) {

@@ -12,6 +12,10 @@ namespace velun {
 /// JSON. Throws the JSON library's exception on an answer of an unexpected shape.
 std::optional<std::string> stats_report(const std::string& body);
 
+/// One line per request of a /v1/transcript answer, or one that says there are none; nothing when
+/// `body` is not JSON. Throws the JSON library's exception on an answer of an unexpected shape.
+std::optional<std::string> log_report(const std::string& body);
+
 /// Print the reports. Return the exit status: 0, also when the daemon is not running, or 1 when it
 /// answers but its report cannot be had. An answer of an unexpected shape ends the process with the
 /// library's uncaught exception, nothing of the report printed.

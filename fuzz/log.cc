@@ -1,6 +1,6 @@
 // Any bytes as the answer behind `velun log`: a report, none, or the library's type error, exactly
 // where a reading of the whole tree has the same.
-#include "cli/transcript.h"
+#include "cli/reports.h"
 #include "fuzz/json_reading.h"
 
 namespace velun::fuzz {

@@ -184,6 +184,17 @@ TEST(StatsReport, of_a_counter_that_is_no_number_raises_the_librarys_type_error)
   }
 }
 
+TEST(StatsReport, looks_members_up_in_the_order_in_which_they_are_shown) {
+  const std::string no_number = "[json.exception.type_error.302] type must be number, but is ";
+  const std::string last = R"("cost_micros":"x")";
+  const std::string last_two = last + R"(,"blocked_requests":[])";
+  const std::string last_three = last_two + R"(,"entities_protected":{})";
+  EXPECT_EQ(error_of(stats_report, "{" + last_three + R"(,"requests":null})"), no_number + "null");
+  EXPECT_EQ(error_of(stats_report, "{" + last_three + "}"), no_number + "object");
+  EXPECT_EQ(error_of(stats_report, "{" + last_two + "}"), no_number + "array");
+  EXPECT_EQ(error_of(stats_report, "{" + last + "}"), no_number + "string");
+}
+
 TEST(StatsReport, is_not_troubled_by_a_hundred_thousand_levels) {
   for (const std::string& deep : {nested_arrays(100'000), nested_objects(100'000)}) {
     expect_report("{\"requests\":1,\"extra\":" + deep + "}", stats_text("1", "0", "0", "0"));

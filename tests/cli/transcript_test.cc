@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/transcript.h"
+#include "cli/reports.h"
 #include "tests/support/report_server.h"
 
 namespace velun::test {
@@ -193,12 +193,18 @@ TEST(LogReport, of_a_duration_that_is_no_number_raises_the_librarys_type_error) 
 }
 
 TEST(LogReport, raises_the_error_of_the_first_entry_that_has_one) {
-  try {
-    log_report(R"({"entries":[{"app":"a"},{"app":1},{"model":null},"text"]})");
-    FAIL() << "no error";
-  } catch (const std::exception& error) {
-    EXPECT_TRUE(std::string(error.what()).ends_with("actual type is number")) << error.what();
-  }
+  EXPECT_EQ(error_of(log_report, R"({"entries":[{"app":"a"},{"app":1},{"model":null},"text"]})"),
+            "[json.exception.type_error.302] type must be string, but is number");
+}
+
+TEST(LogReport, looks_members_up_in_the_order_in_which_they_are_shown) {
+  const auto error_for = [](const std::string& members) {
+    return error_of(log_report, R"({"entries":[{"duration_ms":"x",)" + members + "}]}");
+  };
+  const std::string no_string = "[json.exception.type_error.302] type must be string, but is ";
+  EXPECT_EQ(error_for(R"("outcome":[],"model":null,"app":1)"), no_string + "number");
+  EXPECT_EQ(error_for(R"("outcome":[],"model":null)"), no_string + "null");
+  EXPECT_EQ(error_for(R"("outcome":[])"), no_string + "array");
 }
 
 TEST(LogReport, is_not_troubled_by_a_hundred_thousand_levels) {

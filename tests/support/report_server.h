@@ -38,6 +38,17 @@ void expect_type_error(const Report& report, const std::vector<std::string>& ans
   }
 }
 
+/// The text of the error that making a report of the answer raises.
+template <typename Report>
+std::string error_of(const Report& report, const std::string& answer) {
+  try {
+    report(answer);
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+  return "none";
+}
+
 /// `levels` arrays, one inside the other, as JSON text.
 inline std::string nested_arrays(std::size_t levels) {
   return std::string(levels, '[') + std::string(levels, ']');
