@@ -4,7 +4,6 @@
 # exception.
 
 include(CheckCXXSourceCompiles)
-include(CheckCXXSourceRuns)
 
 set(velun_static_pie OFF)
 if(VELUN_STATIC AND NOT VELUN_SANITIZE AND NOT VELUN_COVERAGE)
@@ -21,24 +20,11 @@ if(VELUN_STATIC AND NOT VELUN_SANITIZE AND NOT VELUN_COVERAGE)
   endif()
 endif()
 
-# Packed, the addresses to be filled in take a kilobyte and not ninety. Older C libraries do not know
-# how to unpack their own, so that only a run can tell.
-set(velun_packed_relocations OFF)
-if(velun_static_pie AND NOT CMAKE_CROSSCOMPILING)
-  set(CMAKE_REQUIRED_FLAGS -fPIE)
-  set(CMAKE_REQUIRED_LINK_OPTIONS -static-pie -Wl,-z,pack-relative-relocs -Wl,--fatal-warnings)
-  check_cxx_source_runs("#include <iostream>\nint main() { std::cout << 1; }" has_packed_relocations)
-  unset(CMAKE_REQUIRED_FLAGS)
-  unset(CMAKE_REQUIRED_LINK_OPTIONS)
-  set(velun_packed_relocations ${has_packed_relocations})
-endif()
-
 # Sections of their own let the linker drop what nothing uses.
 add_compile_options(-fPIE -ffunction-sections -fdata-sections)
 
 # Links the executable as far as possible without what it does not use or would have to look up.
 function(velun_link_for_start_up target)
   target_link_options(${target} PRIVATE
-    -Wl,--gc-sections $<IF:$<BOOL:${velun_static_pie}>,-static-pie,-pie>
-    $<$<BOOL:${velun_packed_relocations}>:-Wl,-z,pack-relative-relocs>)
+    -Wl,--gc-sections $<IF:$<BOOL:${velun_static_pie}>,-static-pie,-pie>)
 endfunction()
