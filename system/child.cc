@@ -6,7 +6,7 @@
 namespace velun {
 namespace {
 
-// Ignores SIGPIPE when it is first called; returns the disposition from before that every time.
+// The first call ignores SIGPIPE. Every call returns the disposition from before.
 auto ignore_sigpipe() {
   static const auto inherited = signal(SIGPIPE, SIG_IGN);
   return inherited;
@@ -26,7 +26,7 @@ void execute(std::vector<std::string>& words) {
   argv.push_back(nullptr);
   signal(SIGPIPE, ignore_sigpipe());
   execvp(argv[0], argv.data());
-  // Somebody has to say that it failed.
+  // The caller still has to report the failure.
   signal(SIGPIPE, SIG_IGN);
 }
 

@@ -1,4 +1,4 @@
-// What velun's exit status says to a script. Every command handler returns one of the first three.
+// The exit statuses. Every command handler returns one of the first three.
 #pragma once
 
 namespace velun {

@@ -25,12 +25,12 @@ std::optional<std::string> read_file(const std::filesystem::path& path) {
   }
   struct stat status = {};
   (void)fstat(fileno(file.get()), &status);
-  // 0 for a pipe or a device, which have no size; files in /proc say so, too, whatever they hold.
+  // 0 for pipes and devices, and for files in /proc, whose size reads as 0.
   const auto size = static_cast<std::size_t>(S_ISREG(status.st_mode) ? status.st_size : 0);
   std::string text;
   ssize_t count = 0;
-  // Somebody may have written the file anew since it was opened. There is room for a text that has
-  // become longer; but what has its size is not asked for more: that would be the end of another.
+  // Another process may rewrite the file during the read. The buffer has room for a text that has
+  // grown, and reading stops at the known size: more bytes could be of another text.
   do {
     const std::size_t had = text.size();
     text.resize(std::max(size, had) + 4096);

@@ -19,25 +19,24 @@ struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-/// A file of the C library. Null when it could not be opened.
+/// A file of the C library. Null if it could not be opened.
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
 /// Opens the file for reading; a child does not inherit it.
 File open_for_reading(const std::filesystem::path& path);
 
-/// The whole content; what is added while it is read may be missing. Nothing when the file cannot
-/// be opened or read. A directory opens for reading and fails on the first read.
+/// The whole content; bytes that are added during the read may be missing. Nothing if the file
+/// cannot be opened or read. A directory opens for reading and fails on the first read.
 std::optional<std::string> read_file(const std::filesystem::path& path);
 
-/// The next line, without its newline; the empty text, too, at the end and when nothing can be
-/// read.
+/// The next line, without its newline; the empty text at the end of the file and on a read error.
 std::string read_line(std::FILE* file);
 
-/// Removes a file, a link or an empty directory; whether that worked goes unreported.
+/// Removes a file, a link or an empty directory. A failure is not reported.
 void remove_file(const std::filesystem::path& path);
 
-/// Replaces the content, or creates the file with the permissions that the mask leaves. A file that
-/// cannot be written goes unreported.
+/// Replaces the content, or creates the file with the permissions that the mask leaves. A failure
+/// is not reported.
 void write_file(const std::filesystem::path& path, std::string_view text);
 
 }  // namespace velun

@@ -1,16 +1,16 @@
-// What velun says, on standard output and standard error. Through the C library: the C++ streams
-// take longer to come up than most commands take to run.
+// Printing on standard output and standard error. Through the C library: the C++ streams take
+// longer to start than most commands take to run.
 #pragma once
 
 #include <string_view>
 
 namespace velun {
 
-/// Writes the text to standard output at once. A failure goes unreported: the exit status is that
-/// of the command's work.
+/// Writes the text to standard output at once. A failure is not reported: the exit status tells
+/// whether the command did its work.
 void print(std::string_view text);
 
-/// Writes the text to standard error at once. A failure goes unreported.
+/// Writes the text to standard error at once. A failure is not reported.
 void print_error(std::string_view text);
 
 }  // namespace velun
