@@ -1,5 +1,5 @@
-// The user's settings as one plain record. Nothing here reads, checks or writes a file; the type
-// itself enforces nothing, so that a record can be built, changed and compared freely.
+// The user's settings as one plain record. Nothing here reads, checks or writes a file, and the
+// type enforces nothing.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace velun {
 
-/// The ten keys of `velun.yaml`. A fresh record holds the defaults.
+/// The keys of `velun.yaml`. A fresh record holds the defaults.
 struct Config {
   std::string mode = "watch";               ///< "off", "watch" or "protect"
   std::string model_dir;                    ///< detection-model bundle; empty: none
@@ -29,8 +29,8 @@ inline bool is_mode(std::string_view word) {
   return word == "off" || word == "watch" || word == "protect";
 }
 
-/// The mode that a word of the daemon's or of an old config file means: both call watch "monitor".
-/// Every other word means itself, whether it is a mode or not.
+/// The mode that `word` stands for in the daemon's answers and in old config files, which say
+/// "monitor" for "watch". Any other word is returned unchanged.
 inline std::string mode_meant_by(const std::string& word) {
   return word == "monitor" ? "watch" : word;
 }

@@ -21,7 +21,7 @@ bool load_config(Config& config, bool verbose) {
     }
     return false;
   }
-  // Every valid key is applied even when others are not: setup offers what could be understood.
+  // Valid keys are applied even if others are not: setup offers their values.
   Problems problems;
   config = validate_config(parse_config_text(*text, problems), problems);
   if (problems.empty()) {
@@ -41,9 +41,8 @@ void save_config(const Config& config) {
   if (path.has_parent_path()) {
     std::filesystem::create_directories(path.parent_path());
   }
-  // In place, neither through a temporary file nor with permissions of its own: a link stays a
-  // link, and the file stays as private as its owner made it. Before the line that says so: whoever
-  // waits for it may read the file at once.
+  // In place: a link stays a link, and the file keeps its permissions. The file is closed before
+  // the message, so a reader that waits for the message finds the whole text.
   write_file(path, render_config(config));
   print("wrote " + path.string() + "\n");
 }

@@ -1,5 +1,5 @@
-// The two ways in which the config file is touched: read whole with everything that is wrong with
-// it reported at once, and written whole from a record.
+// Loading and saving the config file. A load reports all problems at once; a save writes the whole
+// file anew.
 #pragma once
 
 #include "config/config.h"
@@ -13,8 +13,8 @@ namespace velun {
 bool load_config(Config& config, bool verbose);
 
 /// Writes the rendering to `config_path`, creating its parent directories, and prints "wrote " and
-/// the path. Throws std::filesystem::filesystem_error when a directory cannot be created; a file
-/// that cannot be written goes unreported.
+/// the path. Throws std::filesystem::filesystem_error if a directory cannot be created. A failed
+/// write is not reported.
 void save_config(const Config& config);
 
 }  // namespace velun

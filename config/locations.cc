@@ -13,8 +13,7 @@ bool is_set_and_not_empty(const char* value) {
   return value != nullptr && *value != '\0';
 }
 
-// A HOME that is set but empty is used as it stands and gives a relative path. Without one, as in
-// some containers, there is still a place to write to.
+// An empty HOME gives a relative path. Without HOME, as in some containers, /tmp is used.
 fs::path home_or_tmp() {
   const char* home = std::getenv("HOME");
   return home != nullptr ? home : "/tmp";
@@ -22,8 +21,8 @@ fs::path home_or_tmp() {
 
 }  // namespace
 
-// A path that the user spells out is taken as it stands, even an empty one: guessing another file
-// would read or overwrite one that was not meant.
+// A path from the user is used as it stands, even an empty one: any other file may be one that the
+// user does not want read or overwritten.
 fs::path config_path() {
   if (const char* file = std::getenv("VELUN_CLI_CONFIG"); file != nullptr) {
     return file;
@@ -49,7 +48,8 @@ fs::path state_dir_of(const Config& config) {
 }
 
 std::string read_control_token(const Config& config) {
-  // Not trimmed: the daemon compares what it wrote, and hiding a stray blank would hide the fault.
+  // Not trimmed: the daemon expects the token as it wrote it, and trimming would hide a damaged
+  // file.
   const File file = open_for_reading(state_dir_of(config) / "control.token");
   return file != nullptr ? read_line(file.get()) : "";
 }

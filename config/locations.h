@@ -1,7 +1,7 @@
-// Where velun's files are: the config file and the state directory with what lives in it. The
-// environment is read on every call and nothing is created here; whoever writes into a directory
-// creates it. An `XDG_` variable that is set but empty counts as unset, a `HOME` that is set but
-// empty does not: the path is relative then.
+// The locations of velun's files: the config file, the state directory and the files in it. Every
+// call reads the environment. Nothing is created here; the code that writes into a directory
+// creates it. An empty `XDG_` variable counts as unset. An empty `HOME` counts as set and gives a
+// relative path.
 #pragma once
 
 #include <filesystem>

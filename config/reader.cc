@@ -7,7 +7,7 @@
 namespace velun {
 namespace {
 
-// The scan runs over the key as well, so a quote in a key hides a later "#" too.
+// The scan includes the key, so a quote in a key hides a later "#".
 std::string_view strip_comment(std::string_view line) {
   bool in_double = false;
   bool in_single = false;
@@ -26,7 +26,7 @@ std::string_view strip_comment(std::string_view line) {
   return line;
 }
 
-// Commas inside quotes split too: the reader looks at quotes only after splitting.
+// Commas inside quotes split too: quotes are removed only after splitting.
 std::vector<std::string> split_items(std::string_view inside) {
   std::vector<std::string> items;
   for (std::size_t begin = 0; begin <= inside.size();) {
@@ -40,17 +40,17 @@ std::vector<std::string> split_items(std::string_view inside) {
   return items;
 }
 
-// Adds the pair of one line to `raw`; returns the problem of a line that is refused.
+// Adds the pair on one line to `raw`, or returns the problem if the line is refused.
 std::optional<std::string> read_pair(std::string_view line, int number, RawConfig& raw) {
   const std::string_view pair = trim_blanks(strip_comment(line));
-  // Before the test for indentation: an indented comment does no harm.
+  // Tested before the indentation: indented comments are allowed.
   if (pair.empty()) {
     return std::nullopt;
   }
   if (line.front() == ' ' || line.front() == '\t') {
     return "indentation is not part of this file's format (flat keys only)";
   }
-  // The first one: later ones belong to the value, as in a URL.
+  // The first colon: later ones belong to the value, as in a URL.
   const std::size_t colon = pair.find(':');
   if (colon == std::string_view::npos) {
     return "expected `key: value`";
@@ -101,7 +101,7 @@ RawConfig parse_config_text(std::string_view text, Problems& problems) {
     const std::size_t end = std::min(text.find('\n'), text.size());
     std::string_view line = text.substr(0, end);
     text.remove_prefix(std::min(end + 1, text.size()));
-    // Files from editors that end lines in the other way read alike.
+    // Accepts CRLF line endings.
     if (line.ends_with('\r')) {
       line.remove_suffix(1);
     }
@@ -122,7 +122,7 @@ std::string_view trim_blanks(std::string_view text) {
 }
 
 std::string unquote_value(std::string_view text) {
-  // One character alone may be a quote, but it cannot be both of them.
+  // A single character cannot be both the opening and the closing quote.
   if (text.size() < 2 || text.front() != text.back()) {
     return std::string(text);
   }

@@ -1,7 +1,7 @@
 // Splits the text of `velun.yaml` into keys with raw values. The format is a flat subset of YAML:
 // one `key: value` pair a line, scalars (bare, single- or double-quoted), one-level lists in
 // brackets, comments with "#". Nesting, indentation, multi-line values and block lists are refused.
-// The reader knows no key names; validator.h judges them.
+// The reader knows no key names; the validator checks them.
 #pragma once
 
 #include <map>
@@ -19,7 +19,7 @@ struct ConfigEntry {
   int line = 0;                    ///< 1-based line number
 };
 
-/// Keys in ascending byte order, which is the order in which the validator reports them.
+/// Sorted by the bytes of the keys; the validator reports problems in this order.
 using RawConfig = std::map<std::string, ConfigEntry>;
 
 /// What is wrong with the file, in the order of reporting: first the reader appends, then the
@@ -27,16 +27,16 @@ using RawConfig = std::map<std::string, ConfigEntry>;
 /// blame.
 using Problems = std::vector<std::string>;
 
-/// Reads the whole text. Never fails as a whole: a bad line appends one problem and leaves nothing
-/// in the result. The first of two equal keys wins.
+/// Reads the whole text. A bad line appends one problem and adds nothing to the result. The first
+/// of two equal keys wins.
 RawConfig parse_config_text(std::string_view text, Problems& problems);
 
-/// Without leading and trailing spaces and tabs; other white space stays.
+/// Removes leading and trailing spaces and tabs; other white space stays.
 std::string_view trim_blanks(std::string_view text);
 
-/// Without its quotes when the text starts with one and ends with another of the same kind. Double
-/// quotes resolve escapes: \n, \t, any other character stands for itself, and a last backslash
-/// stays. Single quotes resolve none. Anything else comes back unchanged.
+/// Removes the quotes if the text starts and ends with the same kind. Inside double quotes, \n and
+/// \t are resolved, any other escaped character stands for itself, and a last backslash stays.
+/// Inside single quotes nothing is resolved. Any other text is returned unchanged.
 std::string unquote_value(std::string_view text);
 
 }  // namespace velun

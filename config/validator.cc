@@ -12,7 +12,7 @@
 namespace velun {
 namespace {
 
-// What became of one value: nothing when it was accepted, else the problem's text.
+// The result of checking one value: nothing if it is accepted, else the problem's text.
 using Verdict = std::optional<std::string>;
 
 Verdict judge_mode(const std::string& value, Config& config) {
@@ -25,7 +25,7 @@ Verdict judge_mode(const std::string& value, Config& config) {
 }
 
 Verdict judge_endpoint_url(const std::string& value, Config& config) {
-  // Any value that begins with http passes; the daemon judges the rest.
+  // Any value that begins with http passes; the daemon checks the rest.
   if (!value.empty() && !value.starts_with("http")) {
     return "endpoint_url must start with http:// or https://";
   }
@@ -34,7 +34,7 @@ Verdict judge_endpoint_url(const std::string& value, Config& config) {
 }
 
 Verdict judge_names(const std::string& value, Config& config) {
-  // More words than the writer uses: people write booleans in all of these ways.
+  // More words than the writer uses: people write booleans in all of these ways in YAML.
   const bool yes = value == "true" || value == "yes" || value == "on";
   const bool no = value == "false" || value == "no" || value == "off";
   if (!yes && !no) {
@@ -51,12 +51,11 @@ using Judge = Verdict (*)(const std::string& value, Config& config);
 
 struct KnownKey {
   std::string_view key;
-  std::string_view takes;                       // in the words of its problems
-  std::variant<Text, Port, List, Judge> value;  // its field, or who judges it
+  std::string_view takes;                       // the value it takes, as its problems say it
+  std::variant<Text, Port, List, Judge> value;  // its field, or the check that sets it
 };
 
-// In the order in which the keys are documented, which is also the order of preference among
-// equally near suggestions.
+// In the order of the documentation. Of equally near suggestions, the first one wins.
 constexpr KnownKey KNOWN_KEYS[] = {
     {"mode", "off, watch or protect", judge_mode},
     {"model_dir", "a directory path", &Config::model_dir},
@@ -73,7 +72,7 @@ constexpr KnownKey KNOWN_KEYS[] = {
 Verdict apply_port(std::string_view key, const std::string& value, int& port) {
   int number = 0;
   const char* end = value.data() + value.size();
-  // Takes a minus but no plus, and no number that an int cannot hold.
+  // Accepts a minus but no plus, and fails for a number that an int cannot hold.
   const auto [stop, error] = std::from_chars(value.data(), end, number);
   if (error != std::errc() || stop != end || number < 1 || number > 65535) {
     return std::string(key) + " must be a port between 1 and 65535";
@@ -119,8 +118,8 @@ Verdict apply_entry(const std::string& key, const ConfigEntry& entry, Config& co
   return apply_scalar(*known, entry.scalar, config);
 }
 
-// Levenshtein distance over bytes, one edit for an insertion, a deletion or a substitution. Two
-// rows of the table are enough, as long as the known key.
+// Levenshtein distance over bytes: an insertion, a deletion and a substitution cost one edit each.
+// Two rows of the table are enough.
 std::size_t edit_distance(std::string_view from, std::string_view to) {
   std::vector<std::size_t> previous(to.size() + 1);
   std::iota(previous.begin(), previous.end(), std::size_t{0});
@@ -145,7 +144,7 @@ Config validate_config(const RawConfig& raw, Problems& problems) {
       problems.push_back("line " + std::to_string(entry.line) + ": " + *problem);
     }
   }
-  // Both stay stored, like every value that is good in itself.
+  // Both stay stored: each is valid by itself.
   if (!config.model_dir.empty() && !config.endpoint_url.empty()) {
     problems.push_back(
         "model_dir and endpoint_url exclude each other — "

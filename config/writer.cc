@@ -3,8 +3,8 @@
 namespace velun {
 namespace {
 
-// What could be trimmed, unquoted, split or cut off if it stood bare. More than has to be: where a
-// colon or a backslash would do no harm, the quotes do none either.
+// True if the reader might trim, unquote, split or cut the bare text. Quotes more than strictly
+// necessary; extra quotes are harmless.
 bool needs_quotes(const std::string& text) {
   return text.front() == ' ' || text.back() == ' ' || text.front() == '\'' || text.front() == '[' ||
          text.find_first_of("\t\n\"#,:\\") != std::string::npos;
@@ -25,7 +25,7 @@ std::string render_config(const Config& config) {
   const auto add = [&](const char* key, const std::string& value) {
     text += std::string(key) + ": " + value + "\n";
   };
-  // One of three words that need no quotes.
+  // Always one of the three mode words, which need no quotes.
   add("mode", config.mode);
   if (!config.model_dir.empty()) {
     add("model_dir", quote_value(config.model_dir));
@@ -40,7 +40,7 @@ std::string render_config(const Config& config) {
     add("state_dir", quote_value(config.state_dir));
   }
   add("names", config.names ? "true" : "false");
-  // The interception port means nothing without apps and is lost with them on purpose.
+  // Without apps the interception port has no meaning, so it is not written.
   if (!config.intercept_apps.empty()) {
     add("intercept_apps", render_list(config.intercept_apps));
     add("intercept_port", std::to_string(config.intercept_port));
@@ -55,7 +55,7 @@ std::string quote_value(const std::string& text) {
   if (!needs_quotes(text)) {
     return text;
   }
-  // A carriage return has no escape that the reader resolves, and goes in as it is.
+  // A carriage return is copied: the reader resolves no escape for it.
   std::string quoted = "\"";
   for (const char c : text) {
     switch (c) {

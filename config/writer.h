@@ -10,10 +10,11 @@
 
 namespace velun {
 
-/// The whole file in its fixed order of lines; optional keys appear only when they are set.
+/// The text of the whole file, its lines in a fixed order; optional keys appear only if they are
+/// set.
 std::string render_config(const Config& config);
 
-/// The text bare when it is plain enough, else in double quotes with escapes.
+/// Returns the text unchanged if the reader takes it bare, else in double quotes with escapes.
 std::string quote_value(const std::string& text);
 
 }  // namespace velun
