@@ -1,19 +1,19 @@
-// Integers in the daemon's answers. Templates over the JSON type, so that no header brings the
-// library in.
+// Integers in the daemon's answers. Templates over the JSON type keep the library out of this
+// header.
 #pragma once
 
 #include <limits>
 
 namespace velun {
 
-/// A JSON value as an integer, converted as the library does it: cut to the integer's width, a
-/// fraction cut off, true and false as 1 and 0, its type error for anything but these. A
-/// floating-point number beyond the integer's range, which the library would convert by an
-/// undefined operation, gives the smallest integer.
+/// Converts a JSON value as the library does: a number is truncated to the width of `Integer`, a
+/// fraction is dropped, true and false give 1 and 0. Throws the library's type error for any other
+/// type. A floating-point number out of range, for which the library's conversion is undefined,
+/// gives the smallest integer.
 template <typename Integer, typename Json>
 Integer to_integer(const Json& value) {
   constexpr auto smallest = std::numeric_limits<Integer>::min();
-  // The first number beyond the largest integer; the largest itself may have no exact double.
+  // The first number above the largest integer; the largest itself may have no exact double.
   constexpr double end = -static_cast<double>(smallest);
   if (value.is_number_float()) {
     const auto number = value.template get<double>();
@@ -22,8 +22,8 @@ Integer to_integer(const Json& value) {
   return value.template get<Integer>();
 }
 
-/// The member `name` of an object as an integer, 0 when there is none. Throws the library's type
-/// error like `to_integer`, and for what is no object.
+/// The member `name` of an object as an integer, 0 if there is none. Throws the library's type
+/// error like `to_integer`, and if `object` is not an object.
 template <typename Integer, typename Json>
 Integer integer_member(const Json& object, const char* name) {
   const auto member = object.find(name);

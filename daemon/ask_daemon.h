@@ -1,4 +1,4 @@
-// How every report gets its answer from the daemon.
+// The request that every report makes to the daemon.
 #pragma once
 
 #include <optional>
@@ -8,10 +8,10 @@
 
 namespace velun {
 
-/// What the daemon says at a `path` that wants the token: nothing when no daemon is healthy, which
-/// is asked first and without it; the empty text when a healthy one refuses or `control_get` fails
-/// otherwise. The body is the daemon's: whoever takes it apart must not copy its parts, for in an
-/// answer that is nested a hundred thousand levels deep a copy would exhaust the stack.
+/// Probes the daemon, then asks it for `path` with the control token. Returns nothing if no daemon
+/// is healthy, and the empty text if the request fails or is refused. The body may be nested a
+/// hundred thousand levels deep: callers must not copy parts of the parsed tree, since the
+/// recursion would exhaust the stack.
 std::optional<std::string> ask_daemon(const Config& config, const std::string& path);
 
 }  // namespace velun

@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 namespace velun {
 namespace {
 
-// The first word, then every other one behind the separator; an empty word keeps its place.
+// Joins one or more words. An empty word keeps its separator.
 std::string join(const std::vector<std::string>& words, char separator) {
   std::string text;
   for (const std::string& word : words) {
@@ -34,7 +34,7 @@ std::vector<std::string> daemon_argv(const Config& config) {
   if (!config.state_dir.empty()) {
     add({"--state-dir", config.state_dir});
   }
-  // The daemon inherits the user's streams, which are no place for its log.
+  // The daemon inherits the user's terminal and must not log to it.
   add({"--quiet"});
   if (config.mode == "protect") {
     add({"--protect"});
@@ -43,7 +43,8 @@ std::vector<std::string> daemon_argv(const Config& config) {
   if (config.names) {
     add({"--names"});
   }
-  // The daemon runs one engine per launch; should both be set, the one that needs no download wins.
+  // The daemon runs one engine per launch. If both are set, the endpoint wins: it needs no
+  // download.
   if (!config.endpoint_url.empty()) {
     add({"--model-endpoint", config.endpoint_url});
   } else if (!config.model_dir.empty()) {
@@ -57,8 +58,7 @@ std::vector<std::string> daemon_argv(const Config& config) {
 }
 
 std::string find_daemon_program(const std::string& argument_zero) {
-  // Links are resolved, for an installed tool may be reached through one while its neighbour is
-  // not.
+  // Resolves links: velun may be called through one in a directory without velund.
   std::error_code error;
   const fs::path tool = fs::canonical(argument_zero, error);
   if (!error) {
@@ -67,8 +67,8 @@ std::string find_daemon_program(const std::string& argument_zero) {
       return beside.string();
     }
   }
-  // Set but empty is no program, and starting it fails: better than starting another one than
-  // meant.
+  // An empty value is used too: starting it fails, which is better than starting another program
+  // than the one meant.
   const char* named = std::getenv("VELUND");
   return named != nullptr ? named : "velund";
 }

@@ -1,5 +1,5 @@
-// The command line that velun starts the daemon with: which program, which words, and how a person
-// reads them. Nothing here starts anything.
+// The command line of the daemon: its program, its arguments, and the text that shows them to a
+// person. Nothing here starts anything.
 #pragma once
 
 #include <string>
@@ -9,17 +9,16 @@
 
 namespace velun {
 
-/// The daemon's command line for `config`, one element per flag and value, program not included.
+/// The daemon's arguments for `config`, one element per flag and value, without the program.
 std::vector<std::string> daemon_argv(const Config& config);
 
-/// The program to execute: the file "velund" beside the tool, when there is one; else the value of
-/// the environment variable `VELUND`, even empty; else "velund", left to the search path.
-/// `argument_zero` is the tool's own, resolved through symbolic links; a bare name is resolved
-/// against the current directory.
+/// The program to execute: the file "velund" beside velun, if there is one; else the value of the
+/// environment variable `VELUND`, even if empty; else "velund", which the search path resolves.
+/// `argument_zero` is velun's own. Symbolic links in it are resolved; a bare name is looked up in
+/// the current directory.
 std::string find_daemon_program(const std::string& argument_zero);
 
-/// A command line, of at least one word, as it is shown to a person: one blank between the words
-/// and nothing quoted.
+/// A command line of at least one word, for display: one blank between the words, nothing quoted.
 std::string command_text(const std::vector<std::string>& words);
 
 }  // namespace velun

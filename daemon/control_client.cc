@@ -58,7 +58,7 @@ std::string fetch_body(int port, const std::string& request, std::chrono::millis
 
 }  // namespace
 
-// Put together here, not by the library, which would trim the token's blanks.
+// Built by hand: the library would trim the token's blanks.
 std::string control_request(int port, const std::string& path, const std::string& token) {
   std::string request =
       "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) + "\r\n";

@@ -1,6 +1,6 @@
 // The only way velun talks to the daemon: plain HTTP/1.1 GET requests to its control API on
-// 127.0.0.1, one connection each. The client prints nothing and reads no file; callers bring the
-// token and word every failure themselves.
+// 127.0.0.1, one connection each. The client prints nothing and reads no file; callers pass the
+// token and report failures.
 #pragma once
 
 #include <chrono>
@@ -8,17 +8,18 @@
 
 namespace velun {
 
-/// The exact bytes of a request for `path`: request line, Host, and Authorization when `token` is
-/// not empty. The token goes in untouched, stray blanks and a carriage return included, so that the
-/// daemon judges precisely what its token file holds.
+/// The exact bytes of a request for `path`: request line, Host, and Authorization if `token` is not
+/// empty. The token is copied unchanged, blanks and a carriage return included, so the daemon sees
+/// exactly what the token file holds.
 std::string control_request(int port, const std::string& path, const std::string& token);
 
 /// How long one call may take: connect, write and read together.
 inline constexpr std::chrono::milliseconds call_limit{2000};
 
-/// Asks the daemon's control API for `path` on 127.0.0.1:`port`.
-/// Returns the body of a status-200 answer; the empty text for anything else: another status, no
-/// listener, a broken or over-long answer, or none within `limit`. Never throws.
+/// Asks the daemon's control API for `path` on 127.0.0.1:`port`. Returns the body of a status-200
+/// answer; the empty text for anything else: another status, no listener, a broken or too long
+/// answer, or none within `limit`. An empty `token` sends no Authorization field. Never throws,
+/// prints nothing.
 std::string control_get(int port, const std::string& path, const std::string& token,
                         std::chrono::milliseconds limit = call_limit);
 

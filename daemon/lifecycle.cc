@@ -26,20 +26,20 @@ namespace fs = std::filesystem;
 namespace velun {
 namespace {
 
-// Start and stop watch the daemon in one rhythm: a fixed number of tries, a pause before each,
-// about five seconds in all.
+// Start and stop poll the daemon this many times, with a pause before each try: about five seconds
+// in all.
 constexpr int poll_tries = 50;
 
-// A signal that interrupts the sleep does not shorten it.
+// An interrupting signal does not shorten the sleep.
 void pause_before_try() {
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
 }
 
-// How long one probe of a starting daemon may take. One that is slow once is asked again, and the
-// wait for a listener that accepts and stays mute is over after half a minute.
+// The limit for one probe of a starting daemon. A slow daemon is probed again, and a listener that
+// accepts but never answers delays `start` by half a minute at most.
 constexpr std::chrono::milliseconds probe_limit{500};
 
-// A pid file that cannot be written goes unreported: the daemon runs all the same.
+// A failed write is not reported: the daemon runs all the same.
 void record_pid(const Config& config, pid_t pid) {
   write_file(pid_file_of(config), std::to_string(pid) + "\n");
 }
@@ -49,8 +49,8 @@ std::optional<pid_t> read_recorded_pid(const Config& config) {
   return text ? recorded_pid(*text) : std::nullopt;
 }
 
-// Creates the state directory and returns the configuration with its path filled in, so that the
-// daemon is always told where it is.
+// Creates the state directory and returns the configuration with its path filled in, so the daemon
+// is always told the path.
 Config prepare_state_dir(Config config) {
   const fs::path directory = state_dir_of(config);
   fs::create_directories(directory);
@@ -75,7 +75,7 @@ int wait_for_daemon(const Config& config, pid_t pid, const std::vector<std::stri
             ")\ndashboard: http://127.0.0.1:" + std::to_string(config.control_port) + "/\n");
       return status_success;
     }
-    // Only now: a daemon may go on in a process of its own and still answer.
+    // After the probe: a daemon may fork, end its first process and still answer.
     if (waitpid(pid, nullptr, WNOHANG) == pid) {
       print_error("velund exited during startup — run it by hand to see why:\n  " +
                   command_text(command) + "\n");
@@ -87,7 +87,7 @@ int wait_for_daemon(const Config& config, pid_t pid, const std::vector<std::stri
   return status_failure;
 }
 
-// A process that may not be signalled counts as gone: it cannot be the one this user started.
+// A process that may not be signalled counts as gone: this user cannot have started it.
 bool is_alive(pid_t pid) {
   return kill(pid, 0) == 0;
 }
@@ -102,7 +102,7 @@ bool wait_until_gone(pid_t pid) {
   return false;
 }
 
-// A pid file that cannot be removed goes unreported: the next stop finds what this one has found.
+// A failed removal is not reported: the next stop handles a stale pid file.
 int finish(const Config& config, const char* message) {
   remove_file(pid_file_of(config));
   print(message);
@@ -117,7 +117,7 @@ int stop_recorded(const Config& config, pid_t pid) {
                 " — not killing it; if it is a stuck daemon, `kill " + number + "`\n");
     return status_failure;
   }
-  // A daemon that ends between the test and the signal is what the wait below expects anyway.
+  // If the daemon has just ended, this fails and the wait below ends at once.
   kill(pid, SIGTERM);
   if (!wait_until_gone(pid)) {
     print_error("still running after 5 s — `kill -9 " + number + "` if you mean it\n");
@@ -129,7 +129,7 @@ int stop_recorded(const Config& config, pid_t pid) {
 }  // namespace
 
 std::optional<pid_t> recorded_pid(const std::string& text) {
-  // No number at all is 0, and one that is too large for a long the largest long.
+  // strtol returns 0 without a number and the largest long for a number that is too large.
   const long pid = std::strtol(text.c_str(), nullptr, 10);
   return pid > 0 && pid <= std::numeric_limits<pid_t>::max()
              ? std::optional(static_cast<pid_t>(pid))
@@ -145,7 +145,7 @@ int start_daemon(const Config& config, const std::string& argument_zero) {
     print("already running on control port " + std::to_string(config.control_port) + "\n");
     return status_success;
   }
-  // What kind of thing it is, the daemon judges.
+  // Any kind of file passes; the daemon checks the rest.
   if (!config.model_dir.empty() && !path_exists(config.model_dir)) {
     print_error("model_dir does not exist: " + config.model_dir +
                 "\n`velun help model` explains how to get a model.\n");
@@ -170,7 +170,7 @@ int start_daemon(const Config& config, const std::string& argument_zero) {
 
 int stop_daemon(const Config& config) {
   const std::optional<pid_t> pid = read_recorded_pid(config);
-  // Recorded and alive is not enough: the pid may have been given to another process since.
+  // A live process is not enough: the pid may have been reused.
   if (pid && is_alive(*pid)) {
     return stop_recorded(config, *pid);
   }

@@ -1,8 +1,7 @@
-// The daemon's life as far as velun has a hand in it. velun means to end only what it started: a
-// process is signalled when the pid file records it and a daemon answers on the control port, and
-// nothing is ever killed. The pid file is all that one run leaves to the next, so that a recorded
-// pid that was given to another process since, while a daemon of other origin answers, gets the
-// signal.
+// Starting, stopping and restarting the daemon. velun signals a process only if the pid file
+// records it and a daemon answers on the control port, and it never sends SIGKILL. The pid file is
+// all that one run leaves to the next: if the recorded pid was reused while another daemon answers,
+// the new process gets the signal.
 #pragma once
 
 #include <sys/types.h>
@@ -14,25 +13,25 @@
 
 namespace velun {
 
-/// The process id that a pid file of this text records: one decimal number, behind white space and
-/// a sign if there is one, up to the first other character. Nothing when there is none or it does
-/// not fit a pid, and for zero and below: signals to those would reach whole groups.
+/// The process id in the text of a pid file: a decimal number after optional white space and an
+/// optional sign; the rest is ignored. Returns nothing if there is no number, if it does not fit a
+/// pid, or if it is zero or negative: a signal to those would reach whole groups.
 std::optional<pid_t> recorded_pid(const std::string& text);
 
 /// Starts the daemon in a session of its own, records its pid and waits about five seconds for the
-/// control port, or up to half a minute while a listener takes connections and stays mute. Returns
-/// the exit status: 0 when a daemon answers afterwards or the mode is off, 1 otherwise. Throws
-/// std::filesystem::filesystem_error when the state directory cannot be created. `argument_zero` is
-/// the tool's own, see `find_daemon_program`.
+/// control port, or up to half a minute if a listener accepts connections but never answers.
+/// Returns the exit status: 0 if a daemon answers afterwards or the mode is off, else 1. Throws
+/// std::filesystem::filesystem_error if the state directory cannot be created. `argument_zero` is
+/// velun's own, see `find_daemon_program`.
 int start_daemon(const Config& config, const std::string& argument_zero);
 
-/// Sends SIGTERM to the recorded daemon and waits up to about five seconds for it to go; SIGKILL is
-/// never sent. Returns the exit status: 0 when no daemon of ours runs afterwards, 1 when one may
-/// still run or another was left alone, after saying so on standard error.
+/// Sends SIGTERM to the recorded daemon and waits up to about five seconds for it to end. Returns
+/// the exit status: 0 if no daemon of ours runs afterwards; 1, with a message on standard error, if
+/// it may still run or another process was left alone.
 int stop_daemon(const Config& config);
 
-/// Stops the daemon and, only when that returned 0, starts it. Returns the exit status of the step
-/// that decided; throws like `start_daemon`.
+/// Stops the daemon and, if that returned 0, starts it. Returns the exit status of the last step;
+/// throws like `start_daemon`.
 int restart_daemon(const Config& config, const std::string& argument_zero);
 
 }  // namespace velun

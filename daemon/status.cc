@@ -12,9 +12,8 @@ using nlohmann::json;
 namespace velun {
 namespace {
 
-// Every lookup below throws the library's type error on a member that it cannot convert; each is
-// made whether or not its value is shown, so that an answer is either understood whole or not at
-// all.
+// Each lookup below throws the library's type error for a member of the wrong type. Each is made
+// even if its value is not shown, so such an answer is always unparseable.
 
 std::string mode_line(const json& answer) {
   return "mode:      " + mode_meant_by(answer.value("mode", "?")) + "\n";
@@ -32,7 +31,7 @@ std::string engine_line(const json& answer) {
   if (status == "endpoint") {
     return "engine:    self-hosted (" + endpoint + ")\n";
   }
-  // A word that a later daemon may use is shown as it stands.
+  // Any other word, perhaps of a later daemon, is shown unchanged.
   return "engine:    " + status + "\n";
 }
 
