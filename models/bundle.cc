@@ -9,10 +9,10 @@ namespace fs = std::filesystem;
 namespace velun {
 namespace {
 
-// The first window that comes with the full set of heads.
+// Models with at least this window have the full set of heads.
 constexpr int full_window = 1024;
 
-// The texts are the daemon's format, byte for byte, with neither blanks nor another order.
+// The format is fixed byte for byte: no blanks, and the members in this order.
 constexpr char full_prefix[] =
     R"({"head_order":["PERSON","CITY","STREET","ORG","EMAIL","USERNAME","URL","PHONE","ACCOUNT",)"
     R"("WALLET","CARD","NATIONAL_ID","PLATE","DOB","NETADDR","POSTAL_CODE","CUSTOMER_ID","SECRET",)"
@@ -56,7 +56,7 @@ std::string labels_json(const ModelCard& card) {
   return text + "}}\n";
 }
 
-// Nothing is escaped: no value of the catalog needs it.
+// Nothing is escaped: the catalog's values need no escapes.
 std::string manifest_json(const ModelCard& card) {
   std::string text =
       R"({"model":")" + card.display_name + R"(","window":)" + std::to_string(card.window);
@@ -73,7 +73,7 @@ void write_own_files(const ModelCard& card, const fs::path& bundle) {
 
 bool tokenizer_parses(const fs::path& bundle) {
   const File file = open_for_reading(bundle / "tokenizer.json");
-  // Read as it goes: tens of megabytes need neither a tree nor their text in memory.
+  // Parsed from the file: tens of megabytes need not be in memory, as text or as a tree.
   return file != nullptr && nlohmann::json::accept(file.get());
 }
 

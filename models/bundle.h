@@ -1,5 +1,5 @@
-// A bundle: the directory that the daemon loads its detection model from. Two of its files are of
-// velun's own making; JSON that velun writes is built as text. Nothing is printed here.
+// A bundle is the directory from which the daemon loads its detection model. velun writes two of
+// its files itself, as text. Nothing is printed here.
 #pragma once
 
 #include <filesystem>
@@ -13,18 +13,18 @@ namespace velun {
 /// labels.json. Anything that exists under these names counts, whatever it is or holds.
 bool bundle_complete(const std::filesystem::path& directory);
 
-/// The text of labels.json: the label heads of the model, nineteen from a window of 1024 on, else
-/// the four detailed ones.
+/// The text of labels.json: all label heads for a window of 1024 or more, else the four detailed
+/// ones.
 std::string labels_json(const ModelCard& card);
 
-/// The text of manifest.json: model, window and, unless empty, segment.
+/// The text of manifest.json: model, window and, if not empty, segment.
 std::string manifest_json(const ModelCard& card);
 
-/// Writes labels.json and manifest.json into the bundle, replacing older ones. A file that cannot
-/// be written goes unreported; without labels.json the bundle is not complete.
+/// Writes labels.json and manifest.json into the bundle, replacing older ones. A failed write is
+/// not reported; without labels.json the bundle is not complete.
 void write_own_files(const ModelCard& card, const std::filesystem::path& bundle);
 
-/// True when the bundle's tokenizer.json is JSON; false, too, when it cannot be read.
+/// True if the bundle's tokenizer.json can be read and is valid JSON.
 bool tokenizer_parses(const std::filesystem::path& bundle);
 
 }  // namespace velun

@@ -19,7 +19,7 @@ const ModelCard& model_catalog() {
 }
 
 std::vector<BundleFile> bundle_files(const ModelCard& card, const std::string& variant) {
-  // Asked of the card here again, so that no caller can get a file that is not there.
+  // Checked here too, so no caller can ask for a graph that does not exist.
   const bool compact = variant == "compact" && card.has_compact;
   return {{"tokenizer/tokenizer.json", "tokenizer.json", 34'400'000},
           {"calibration.json", "calibration.json", 400},
@@ -34,7 +34,7 @@ std::string hub_url(const ModelCard& card, const BundleFile& file) {
 std::string mirror_url(const ModelCard& card, const BundleFile& file) {
   const char* chosen = std::getenv("VELUN_MODEL_MIRROR");
   std::string base = chosen != nullptr && *chosen != '\0' ? chosen : mirror_base_url;
-  // However many: what the user typed is a folder, and one slash follows.
+  // All of them: the URL gets exactly one slash here.
   while (base.ends_with('/')) {
     base.pop_back();
   }

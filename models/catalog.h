@@ -1,5 +1,5 @@
-// The one detection model that velun knows, the files that make up a download of it, and where each
-// file is fetched from. Nothing here touches the network; the builders only join texts.
+// The one detection model that velun knows, the files of a download, and the URLs of each file.
+// Nothing here uses the network; the functions only join texts.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ struct ModelCard {
   std::string display_name;  ///< for messages and manifest.json
   int window = 0;            ///< for manifest.json; also selects the form of labels.json
   bool has_compact = false;  ///< a compact variant can be downloaded
-  bool gated = false;        ///< the hub serves it only to who accepted its licence
+  bool gated = false;        ///< the hub serves it only after its licence was accepted
   std::string segment;       ///< for manifest.json; left out there when empty
 };
 
@@ -31,14 +31,14 @@ struct BundleFile {
 const ModelCard& model_catalog();
 
 /// The files of one download in order, the graph last. `variant` is "full" or "compact"; the
-/// compact graph is chosen only when the card has one.
+/// compact graph is chosen only if the card has one.
 std::vector<BundleFile> bundle_files(const ModelCard& card, const std::string& variant);
 
-/// Where the public model hub serves the file.
+/// The file's URL on the public model hub.
 std::string hub_url(const ModelCard& card, const BundleFile& file);
 
-/// Where the mirror serves the file: below `VELUN_MODEL_MIRROR`, less its trailing slashes, when
-/// that is set and not empty, else below the maker's mirror.
+/// The file's URL on the mirror: below `VELUN_MODEL_MIRROR`, without its trailing slashes, if that
+/// is set and not empty; else below the maker's mirror.
 std::string mirror_url(const ModelCard& card, const BundleFile& file);
 
 }  // namespace velun

@@ -24,11 +24,10 @@ namespace {
 
 // Runs in the child and never returns.
 [[noreturn]] void become_curl(pid_t parent, std::vector<std::string>& words) {
-  // A curl that outlived a killed velun would go on writing into the next run's file. Not SIGTERM:
-  // curl may have been handed down to ignore it.
+  // A curl that outlives a killed velun would write into the next run's file. Not SIGTERM: curl may
+  // inherit that as ignored.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  // velun may be gone already, and then no signal comes. A parent in another process namespace
-  // reads as 0.
+  // If velun has already ended, no signal comes. A parent in another process namespace reads as 0.
   if (getppid() == parent || getppid() == 0) {
     execute(words);
   }
@@ -51,7 +50,7 @@ int download_from_hub(const Config& config, const ModelCard& card, const BundleF
     const TokenHeader header(token_header_of(config), token);
     return run_curl(url, part, header.path().string());
   }
-  // With a token that was refused the user has done what the explanation asks for.
+  // No explanation if a token was refused: the user has already followed it.
   const int status = run_curl(url, part, "");
   if (status != 0 && card.gated) {
     explain_gate(card, file);
@@ -65,7 +64,7 @@ std::string size_text(std::int64_t bytes) {
   if (bytes < 1'000'000'000) {
     return std::to_string(bytes / 1'000'000) + " MB";
   }
-  // Cut before the division, which the six decimals printed would otherwise give away.
+  // Truncate first; six decimals would show the remainder.
   const std::int64_t tenths = bytes / 100'000'000;
   return std::to_string(static_cast<double>(tenths) / 10.0) + " GB";
 }
@@ -85,7 +84,7 @@ int run_curl(const std::string& url, const std::string& output, const std::strin
   if (pid == 0) {
     become_curl(parent, words);
   }
-  // A wait that fails leaves the zero and counts as success: the renaming then shows what there is.
+  // A failed wait leaves 0 and counts as success; the rename then fails if there is no file.
   int status = 0;
   waitpid(pid, &status, 0);
   return WIFSIGNALED(status) ? status_failure : WEXITSTATUS(status);
@@ -95,13 +94,13 @@ bool download_file(const Config& config, const ModelCard& card, const BundleFile
                    const fs::path& bundle) {
   const fs::path final_path = bundle / file.local_name;
   std::error_code no_size;
-  // What has no size to ask for, such as a directory, counts as here, as in a complete bundle.
+  // Something without a size, such as a directory, counts as here, as it does in a complete bundle.
   if (path_exists(final_path) && fs::file_size(final_path, no_size) != 0) {
     print("  " + file.local_name + " — already here\n");
     return true;
   }
   print("  " + file.local_name + " (~" + size_text(file.expected_size) + ")\n");
-  // Whatever an interrupted run left under this name, curl overwrites.
+  // curl overwrites a part that an interrupted run has left.
   const std::string part = final_path.string() + ".part";
   if (run_curl(mirror_url(card, file), part, "") != 0) {
     remove_file(part);

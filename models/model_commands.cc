@@ -54,7 +54,7 @@ int fetch_model(const Config& config, const std::string& argument) {
   remove_stale_token(config);
   const ModelCard& card = model_catalog();
   const bool compact = argument == "compact";
-  // Said and done otherwise, not refused: who asks for the small one still needs a model.
+  // Not refused: the user still needs a model.
   if (compact && !card.has_compact) {
     print(card.display_name + " ships full size only; fetching that.\n");
   }
@@ -62,7 +62,7 @@ int fetch_model(const Config& config, const std::string& argument) {
   const fs::path bundle = models_dir_of(config) / card.id;
   fs::create_directories(bundle);
   print("fetching " + card.id + " (" + variant + ")\n");
-  // What is complete stays when a later file fails, and the next fetch goes on from there.
+  // Completed files stay if a later one fails, and the next fetch goes on from there.
   for (const BundleFile& file : bundle_files(card, variant)) {
     if (!download_file(config, card, file, bundle)) {
       return status_failure;
@@ -82,7 +82,7 @@ int use_model(Config config, const std::string& argument) {
     print_error("usage: velun model use <id-or-path>\n");
     return status_usage;
   }
-  // What is in the current directory wins over a downloaded bundle of that name.
+  // A path that exists wins over a downloaded bundle of the same name.
   fs::path bundle = argument;
   if (!path_exists(bundle)) {
     bundle = models_dir_of(config) / argument;
@@ -95,12 +95,12 @@ int use_model(Config config, const std::string& argument) {
     print_error(bundle.string() + " is incomplete (needs a graph, tokenizer.json, labels.json)\n");
     return status_failure;
   }
-  // Absolute, for the next start may come from another directory; neither tidied nor resolved, for
-  // a link may be meant to be moved to the next bundle.
+  // Absolute, because the next start may run in another directory. Links are not resolved: the user
+  // may point one to another bundle later.
   config.model_dir = fs::absolute(bundle).string();
   config.endpoint_url.clear();
   save_config(config);
-  // Only said: a restart interrupts the traffic of every client, which is the user's to decide.
+  // Not restarted here: a restart interrupts every client, so the user decides.
   if (daemon_healthy(config.control_port)) {
     print("restart to load it: velun restart\n");
   }

@@ -8,9 +8,9 @@
 namespace velun {
 
 /// Runs the sub-command `word` ("list" or empty, "fetch", "use") with its `argument`. Returns the
-/// exit status: 0, 1 when the operation failed, 2 for a wrong command line. Throws
-/// std::filesystem::filesystem_error when a directory cannot be created, a download not renamed, or
-/// a relative path not made absolute because the current directory is gone.
+/// exit status: 0, 1 if the operation failed, 2 for a wrong command line. Throws
+/// std::filesystem::filesystem_error if a directory cannot be created, a download cannot be
+/// renamed, or the current directory is gone and a relative path cannot be made absolute.
 int run_model_command(const Config& config, const std::string& word, const std::string& argument);
 
 }  // namespace velun

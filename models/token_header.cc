@@ -25,17 +25,17 @@ TokenHeader::TokenHeader(fs::path path, const std::string& token) : path_(std::m
   if (file_ < 0) {
     return;
   }
-  // Only a mask that denies the owner, too, makes this necessary: the file has been private from
-  // its creation, so that a failure gives nothing away.
+  // Needed only if the mask denies access to the owner. The file is private from its creation, so a
+  // failure here exposes nothing.
   fchmod(file_, S_IRUSR | S_IWUSR);
-  // A full disk must not leave half a token for curl to send.
+  // On a full disk, curl must not send half a token.
   if (write(file_, line.data(), line.size()) != std::ssize(line)) {
     remove_file(path_);
   }
 }
 
 TokenHeader::~TokenHeader() {
-  // Emptied as well as removed: the directory may have become one that nothing is removed from.
+  // Truncated as well as removed: the directory may no longer allow the removal.
   if (file_ >= 0) {
     [[maybe_unused]] const int ignored = ftruncate(file_, 0);
     close(file_);

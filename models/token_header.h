@@ -1,5 +1,5 @@
-// The file that carries the hub token to curl, so that it never stands on a command line: from its
-// creation to its removal the token is for its owner's eyes only.
+// The file that carries the hub token to curl, so the token is never on a command line. From its
+// creation to its removal only its owner can read it.
 #pragma once
 
 #include <filesystem>
@@ -9,15 +9,15 @@
 
 namespace velun {
 
-/// The header file's place in the state directory.
+/// The path of the header file in the state directory.
 std::filesystem::path token_header_of(const Config& config);
 
-/// A file of one line, "Authorization: Bearer " and the token, that is emptied and removed at the
-/// end of its scope. What was at the path is removed, then the file is created anew: no link is
-/// followed, and whoever opened an older, readable file never sees the token appear in it. When the
-/// old one stays or the new one cannot be created, nothing is written; one that does not fit whole
-/// is removed. curl is told of the path all the same: without a file it asks nobody or asks without
-/// the token.
+/// A file of one line, "Authorization: Bearer " and the token. It is truncated and removed at the
+/// end of its scope. The constructor removes what is at the path and creates a new file
+/// exclusively: it follows no link, and a process that opened an older, readable file never sees
+/// the token. If the old file stays or the new one cannot be created, nothing is written; a file
+/// with only part of the token is removed. The path is valid all the same; curl fails or sends no
+/// token if there is no file.
 class TokenHeader {
  public:
   TokenHeader(std::filesystem::path path, const std::string& token);
@@ -28,10 +28,10 @@ class TokenHeader {
 
  private:
   std::filesystem::path path_;
-  int file_ = -1;  // open until the end, so that it can be emptied under whatever name it has then
+  int file_ = -1;  // open until the end: truncating it works under any name
 };
 
-/// Removes a header file that a run left behind because it was killed.
+/// Removes the header file of an earlier run that was killed.
 void remove_stale_token(const Config& config);
 
 }  // namespace velun
