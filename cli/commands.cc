@@ -31,13 +31,13 @@ int help(const Invocation& words, const Config&) {
   return print_help(words.argument);
 }
 
-// What is in effect rather than what the file says: the next save would write just this.
+// Prints the effective settings, exactly as the next save would write them.
 int show_config(const Invocation&, const Config& config) {
   print("file: " + config_path().string() + "\n\n" + render_config(config));
   return status_success;
 }
 
-// There are no options: words behind those that a handler reads are ignored.
+// There are no options. Words after those that a handler reads are ignored.
 constexpr Command commands[] = {
     {"help", false, help},
     {"--help", false, help},
@@ -77,7 +77,7 @@ int run_command(const Invocation& invocation) {
   if (known && !command->needs_config) {
     return command->run(invocation, config);
   }
-  // Before an unknown word is reported: without a valid configuration that is what to mend first.
+  // Loaded before an unknown word is reported: an invalid configuration has to be corrected first.
   if (!load_config(config, /*verbose=*/true)) {
     return status_failure;
   }

@@ -1,4 +1,4 @@
-// The command table and the way from one command line to one handler and one exit status.
+// The command table: finds the handler of a command line and runs it.
 #pragma once
 
 #include <string>
@@ -13,9 +13,9 @@ struct Invocation {
   std::string third;          ///< third word or empty
 };
 
-/// Runs the command that the invocation names and returns its exit status; 2 for an unknown word,
-/// and 1 before that when the command needs a configuration and there is no valid one, so that a
-/// machine without one hears of that first. What a handler throws passes through.
+/// Runs the command and returns its exit status. All commands but help and setup need a valid
+/// configuration; without one the status is 1, even for an unknown word. With one, an unknown word
+/// gives 2. Exceptions of handlers pass through.
 int run_command(const Invocation& invocation);
 
 }  // namespace velun

@@ -14,12 +14,11 @@ namespace {
 struct Topic {
   std::string_view name;
   std::string_view text;
-  const char* location = "";  // a place that packagers choose, behind the text
-  const char* rest = "";      // the text behind the location
+  const char* location = "";  // an address that packagers set, after the text
+  const char* rest = "";      // the text after the location
 };
 
-// Fixed on purpose: the ports topic names the default ports whatever the configuration says, so
-// that help is there before any configuration is.
+// Fixed texts: help needs no configuration, so the ports topic names the default ports.
 constexpr Topic topics[] = {
     {"",
      R"(velun — the free command-line edition of the Velun Connector.

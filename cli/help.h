@@ -6,8 +6,8 @@
 
 namespace velun {
 
-/// The text of the topic of that name, every line with its newline; nothing for a name that is no
-/// topic. The empty name is the general overview.
+/// The text of the topic, every line with its newline; nothing for an unknown name. The empty name
+/// gives the general overview.
 std::optional<std::string> help_topic_text(const std::string& name);
 
 /// Prints the topic's text on standard output and returns 0; an unknown topic is reported on

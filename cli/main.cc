@@ -1,5 +1,4 @@
-// The entry point: puts the process into a known state and turns the command line into an
-// invocation.
+// The entry point: sets up the process and turns the command line into an invocation.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -10,8 +9,8 @@
 
 namespace {
 
-// A closed standard stream would be handed out again to the next file or socket, and messages would
-// land in it. The lowest free descriptor is always the one that is opened.
+// The next file or socket would get the descriptor of a closed standard stream, and messages would
+// go into it. open() takes the lowest free descriptor.
 void open_standard_streams() {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(descriptor, F_GETFD) < 0) {
@@ -24,7 +23,7 @@ void open_standard_streams() {
 
 int main(int argc, char* argv[]) {
   open_standard_streams();
-  // A parent that ignores SIGCHLD would have the kernel reap our children before we can ask.
+  // If the parent ignores SIGCHLD, the kernel reaps our children before waitpid can.
   signal(SIGCHLD, SIG_DFL);
   velun::ignore_abandoned_output();
 

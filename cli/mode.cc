@@ -13,14 +13,14 @@ int change_mode(Config config, const std::string& word, const std::string& argum
     print_error("usage: velun mode off|watch|protect\n");
     return status_usage;
   }
-  // Saved first: whatever the daemon does next, the mode is what the user asked for.
+  // Saved first: the file keeps the new mode even if the stop or the start fails.
   config.mode = word;
   save_config(config);
   const bool running = daemon_healthy(config.control_port);
   if (word == "off") {
     return running ? stop_daemon(config) : status_success;
   }
-  // The mode is a launch flag, so that a running daemon takes it up only by starting again.
+  // The mode is a launch flag, so a running daemon has to be restarted.
   return running ? restart_daemon(config, argument_zero) : start_daemon(config, argument_zero);
 }
 

@@ -13,13 +13,13 @@ using nlohmann::json;
 namespace velun {
 namespace {
 
-// Reports are built whole before anything is printed, so that a fault in the last entry leaves no
-// half of one behind.
+// A report is built whole before it is printed, so an error in the last entry leaves no half
+// report.
 int print_report(const Config& config, const std::string& path,
                  std::optional<std::string> (*report_of)(const std::string& body)) {
   const std::optional<std::string> body = ask_daemon(config, path);
   if (!body) {
-    // No daemon is no failure: there is just nothing to report.
+    // Not a failure: there is nothing to report.
     print("not running\n");
     return status_success;
   }

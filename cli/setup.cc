@@ -9,8 +9,8 @@
 namespace velun {
 namespace {
 
-// The current mode stays the offer after a refused answer. The end of input takes the offer, which
-// is always a mode, so that the loop ends.
+// The default stays the current mode, which is always valid. At the end of input it is the answer,
+// so the loop ends.
 std::string ask_mode(const std::string& current) {
   for (;;) {
     const std::string answer = prompt_value("Mode (off / watch / protect)", current);
@@ -27,10 +27,10 @@ void ask_detection(Config& config) {
                                                              : "none";
   const std::string answer = prompt_value(
       "Detection: path to a model bundle, a self-hosted engine URL, or `none`", current);
-  // The two exclude each other, whichever of them was set before.
+  // The two exclude each other, so both are cleared.
   config.model_dir.clear();
   config.endpoint_url.clear();
-  // Values are judged when the file is next loaded, here only told apart.
+  // Only the kind of value is decided here; the next load checks the value.
   if (answer.starts_with("http")) {
     config.endpoint_url = answer;
   } else if (answer != "none") {
@@ -48,12 +48,12 @@ std::string prompt_value(const std::string& label, const std::string& fallback) 
 
 int run_setup() {
   Config config;
-  // A missing file leaves the defaults, a faulty one its good values; either way there is an offer.
+  // A missing file leaves the defaults; a file with problems leaves its valid values.
   load_config(config, /*verbose=*/false);
   print("Velun CLI setup — Enter keeps the value in brackets.\n\n");
   config.mode = ask_mode(config.mode);
   ask_detection(config);
-  // A warning only: the pattern floor protects something, and the model may be on its way.
+  // Only a warning: the pattern floor protects something, and a model may follow.
   if (config.mode == "protect" && config.model_dir.empty() && config.endpoint_url.empty()) {
     print(
         "\nProtect without a model falls back to the pattern floor — much\n"
