@@ -40,8 +40,9 @@ def expect_same(expected, expected_name, actual, actual_name):
             expected, actual, expected_name, actual_name, n=99, lineterm="")))
 
 
-def run_velun(build, *words, config=""):
-    """What velun prints, with this configuration, in a home of its own."""
+def run_velun(build, *words, config="", status=0):
+    """What velun prints, with this configuration, in a home of its own: its results, or its errors
+    when it is to end with another status than 0."""
     with tempfile.TemporaryDirectory() as home:
         file = pathlib.Path(home, "velun.yaml")
         file.write_text(config, encoding="utf-8")
@@ -49,5 +50,5 @@ def run_velun(build, *words, config=""):
                              env={"HOME": home, "PATH": os.defpath, "VELUN_CLI_CONFIG": file},
                              stdin=subprocess.DEVNULL, capture_output=True, encoding="utf-8",
                              check=False)
-    assert run.returncode == 0, f"velun {' '.join(words)}: {run.stdout}{run.stderr}"
-    return run.stdout
+    assert run.returncode == status, f"velun {' '.join(words)}: {run.stdout}{run.stderr}"
+    return run.stdout if status == 0 else run.stderr

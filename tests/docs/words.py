@@ -1,169 +1,109 @@
-"""The commands, topics, modes and actions of `velun model` are the same wherever they are named."""
+"""Commands, topics of help, modes and actions of `velun model` are the same wherever they are
+named, and the manual names each variable of the environment that velun reads."""
 
-from tree import expect_same, found, part, run_velun, text_of
+import re
 
+from tree import found, part, rooms, root, run_velun, text_of
 
-def _commands():
-    """The rows of the command table, without the other spellings of help."""
-    table = part(text_of("cli/commands.cc"), r"^constexpr Command commands\[\] = \{$", r"^\};",
-                 "cli/commands.cc")
-    words = found(r'^ +\{"([^"]*)", (?:true|false),', table, "cli/commands.cc")
-    return sorted(word for word in words if not word.startswith("-"))
-
-
-def _topics():
-    """The rows of the table of help topics, without the overview, which has no name."""
-    where = "cli/help.cc"
-    table = part(text_of(where), r"^constexpr Topic topics\[\] = \{$", r"^\};", where)
-    return sorted(name for name in found(r'^    \{"([^"]*)",$', table, where) if name)
+# What stands before and behind a word that a shell's completions offer.
+_offers = {"completions/velun.bash": " {}", "completions/_velun": "'{}:",
+           "completions/velun.fish": "-a {} "}
 
 
-def _modes():
-    body = part(text_of("config/config.h"), r"^inline bool is_mode\(.*$", r"^\}", "config/config.h")
-    return sorted(found(r'word == "([^"]+)"', body, "config/config.h"))
+def _words(text):
+    return set(re.findall(r"\b[a-z]+\b", text))
 
 
-def _actions():
-    body = part(text_of("models/model_commands.cc"), r"^int run_model_command\(.*$", r"^\}",
-                "models/model_commands.cc")
-    return sorted(found(r'word == "([^"]+)"', body, "models/model_commands.cc"))
+def _printed(build, pattern, *words, status=0):
+    """The words in what the pattern finds in what velun prints."""
+    text = run_velun(build, *words, status=status)
+    return _words(" ".join(found(pattern, text, f"velun {' '.join(words)}")))
 
 
-def _manual(section):
-    return part(text_of("man/velun.1.in"), rf"^\.Sh {section}$", r"^\.Sh ", "man/velun.1.in")
+def _command_lines(section):
+    """The command lines that a section of the manual shows, without macros and arguments."""
+    text = part(text_of("man/velun.1.in"), rf"^\.Sh {section}$", r"^\.Sh ", "man/velun.1.in")
+    begin = "(?:Op )?" if section == "SYNOPSIS" else "It "
+    lines = found(rf"^\.{begin}Cm (.*)$", text, f"man/velun.1.in: {section}")
+    return [re.sub(r"\b(?:Op|Cm|Ar \S+)", "", line) for line in lines]
 
 
-def _manual_items(command):
-    """What stands behind a command in the heads of its items."""
-    return found(rf"^\.It Cm {command} (.*)$", _manual("COMMANDS"), "man/velun.1.in")
+def _words_behind(word, section):
+    lines = (line.split(maxsplit=1) for line in _command_lines(section))
+    return _words(" ".join(line[1] for line in lines if line[0] == word and len(line) > 1))
 
 
-def _synopsis():
-    """The command lines of the synopsis, without their macros."""
-    lines = found(r"^\.(?:Op )?Cm (.*)$", _manual("SYNOPSIS"), "man/velun.1.in")
-    return [line.split() for line in lines]
+def _tried(*typed):
+    """The words that the tests of the completions expect behind what is typed."""
+    where = "tests/completions/check"
+    tables = [found(rf"^{line} \|([a-z|]+)$", text_of(where), where)[0] for line in typed]
+    return _words(" ".join(tables))
 
 
-def _choice(text):
-    """The words of "a | b | c", of "a|b|c" and of "a, b, c"."""
-    return sorted(text.replace("|", " ").replace(",", " ").split())
+def _expect_everywhere(expected, places):
+    """Fails with one line for each place that lacks a word or has one too many."""
+    wrong = []
+    for place, words in places.items():
+        wrong += [f"{place} lacks {word}" for word in sorted(expected - words)]
+        wrong += [f"{place} has {word}, but velun does not" for word in sorted(words - expected)]
+    for file, offer in _offers.items():
+        text = text_of(file)
+        wrong += [f"{file} lacks {word}" for word in sorted(expected)
+                  if offer.format(word) not in text]
+    assert not wrong, "\n".join(wrong)
 
 
-def _offered(shell, place):
-    """What the completions of a shell offer behind the word that the place names."""
-    if shell == "bash":
-        text, pattern = text_of("completions/velun.bash"), r"_velun_offer \"\$word\" (.*) ;;$"
-        begin = {"": r"^ +'' *\)", "help": r"^ +help \|.*\)"}.get(place, rf"^ +'?{place}'? *\)")
-        return sorted(found(pattern, part(text, begin, r"^    \S", shell), shell)[0].split())
-    if shell == "zsh":
-        text = text_of("completions/_velun")
-        array = {"": "commands", "help": "topics", "mode": "modes", "model": "actions"}[place]
-        body = part(text, rf"^  {array}=\($", r"^  \)", shell)
-        return sorted(found(r"^ +'([^:']+):", body, shell))
-    text = text_of("completions/velun.fish")
-    after = {"": "__velun_after", "help": r'"__velun_after \$help"'}.get(
-        place, f"'__velun_after {place}'")
-    return sorted(found(rf"^ *complete -c velun -n {after} -a ([a-z]+) ", text, shell))
-
-
-def _expect_offered(place, words, name):
-    for shell in ("bash", "zsh", "fish"):
-        expect_same(words, name, _offered(shell, place), f"completions for {shell}")
-
-
-def the_general_help_names_the_commands_of_the_table(build):
-    words = found(r"^  velun ([a-z]+)", run_velun(build, "help"), "velun help")
-    expect_same(_commands(), "cli/commands.cc", sorted(set(words)), "velun help")
-
-
-def the_general_help_names_the_topics_of_the_table(build):
-    topics = found(r"Topics: (.*)$", run_velun(build, "help"), "velun help")
-    expect_same(_topics(), "table of topics", _choice(topics[0]), "velun help")
-
-
-def the_refusal_of_a_topic_names_the_topics_of_the_table(build):
-    topics = found(r"topics: ([a-z, ]+)\\n\"", text_of("cli/help.cc"), "cli/help.cc")
-    expect_same(_topics(), "table of topics", _choice(topics[0]), "refusal")
-
-
-def the_help_on_modes_and_configuration_names_the_modes(build):
-    heads = found(r"^([a-z]+)  ", run_velun(build, "help", "modes"), "velun help modes")
-    expect_same(_modes(), "config/config.h", sorted(heads), "velun help modes")
-    topic = run_velun(build, "help", "config")
-    choice = found(r"^  mode: ([a-z| ]+?)  ", topic, "velun help config")
-    expect_same(_modes(), "config/config.h", _choice(choice[0]), "velun help config")
-    choice = found(r"^  velun mode (\S+)", run_velun(build, "help"), "velun help")
-    expect_same(_modes(), "config/config.h", _choice(choice[0]), "velun help")
-
-
-def the_general_help_names_actions_of_model_that_there_are(build):
-    named = set(found(r"^  velun model ([a-z]+)", run_velun(build, "help"), "velun help"))
-    assert named <= set(_actions()), f"no such actions of model: {sorted(named - set(_actions()))}"
-
-
-def the_usage_lines_name_the_modes_and_the_actions_of_model(build):
-    modes = found(r'"usage: velun mode (.*)\\n"', text_of("cli/mode.cc"), "cli/mode.cc")
-    expect_same(_modes(), "config/config.h", _choice(modes[0]), "cli/mode.cc")
-    source = text_of("models/model_commands.cc")
-    usage = found(r'"usage: velun model \[(.*)\]\\n"', source, "usage of model")
-    actions = [action.split()[0] for action in usage[0].split("|")]
-    expect_same(_actions(), "run_model_command", sorted(actions), "usage of model")
-
-
-def the_question_of_setup_names_the_modes(build):
-    modes = found(r'"Mode \((.*)\)"', text_of("cli/setup.cc"), "cli/setup.cc")
-    expect_same(_modes(), "config/config.h", sorted(modes[0].split(" / ")), "cli/setup.cc")
-
-
-def the_manual_explains_the_commands_of_the_table(build):
-    heads = set(found(r"^\.It Cm ([a-z]+)", _manual("COMMANDS"), "man/velun.1.in"))
-    expect_same(_commands(), "cli/commands.cc", sorted(heads), "COMMANDS of velun(1)")
-
-
-def the_synopsis_shows_the_commands_of_the_table(build):
-    words = set()
-    for line in _synopsis():
+def the_commands_are_the_same_everywhere(build):
+    def shown(section):
         # Either a choice of commands, or one command and what follows it.
-        alternatives = len(line) > 1 and line[1] == "|"
-        words.update(word for word in line if word != "|") if alternatives else words.add(line[0])
-    expect_same(_commands(), "cli/commands.cc", sorted(words), "SYNOPSIS of velun(1)")
+        lines = _command_lines(section)
+        return _words(" ".join(line if re.match(r"\w+ \|", line) else line.split()[0]
+                               for line in lines))
+    expected = _printed(build, r"^  velun ([a-z]+)", "help")
+    _expect_everywhere(expected, {
+        "man/velun.1.in: SYNOPSIS": shown("SYNOPSIS"),
+        "man/velun.1.in: COMMANDS": shown("COMMANDS"),
+        "tests/completions/check": _tried("velun")})
 
 
-def the_synopsis_shows_the_modes_and_the_actions_of_model(build):
-    lines = _synopsis()
-    modes = [line[1:] for line in lines if line[0] == "mode"]
-    expect_same(_modes(), "config/config.h", _choice(" ".join(modes[0])), "SYNOPSIS of velun(1)")
-    actions = set()
-    for line in (line for line in lines if line[0] == "model"):
-        words = " ".join(line[1:]).removeprefix("Op Cm ").split(" | ")
-        actions.update(word.split()[0] for word in words)
-    expect_same(_actions(), "run_model_command", sorted(actions), "SYNOPSIS of velun(1)")
+def the_topics_are_the_same_everywhere(build):
+    expected = _printed(build, r"Topics: (.*)$", "help")
+    manual = part(text_of("man/velun.1.in"), r"^Explain a topic:", ";", "man/velun.1.in")
+    _expect_everywhere(expected, {
+        "cli/help.cc: refusal": _printed(build, r"topics: (.*)$", "help", "nonsense", status=2),
+        "man/velun.1.in: COMMANDS": _words(manual) - {"or"},
+        "tests/completions/check": _tried("velun help")})
+    for topic in expected:
+        run_velun(build, "help", topic)
 
 
-def the_manual_explains_the_topics_of_the_table(build):
-    item = part(_manual("COMMANDS"), r"^\.It Cm help .*$", r"; *$", "man/velun.1.in")
-    topics = found(r"^\.Cm ([a-z]+)", item + "\n", "topics in velun(1)")
-    expect_same(_topics(), "table of topics", sorted(topics), "COMMANDS of velun(1)")
+def the_modes_are_the_same_everywhere(build):
+    expected = _printed(build, r"usage: velun mode (.*)$", "mode", "nonsense", status=2)
+    _expect_everywhere(expected, {
+        "cli/help.cc: overview": _printed(build, r"velun mode (\S+)", "help"),
+        "cli/help.cc: modes": _printed(build, r"^([a-z]+)  ", "help", "modes"),
+        "cli/help.cc: config": _printed(build, r"^  mode: ([a-z| ]+?)  ", "help", "config"),
+        "cli/setup.cc": _printed(build, r"^Mode \((.*?)\)", "setup"),
+        "man/velun.1.in: SYNOPSIS": _words_behind("mode", "SYNOPSIS"),
+        "man/velun.1.in: COMMANDS": _words_behind("mode", "COMMANDS"),
+        "tests/completions/check": _tried("velun mode")})
 
 
-def the_manual_explains_the_modes_and_the_actions_of_model(build):
-    modes = _choice(_manual_items("mode")[0])
-    expect_same(_modes(), "config/config.h", modes, "COMMANDS of velun(1)")
-    actions = {item.removeprefix("Op Cm ").split()[0] for item in _manual_items("model")}
-    expect_same(_actions(), "run_model_command", sorted(actions), "COMMANDS of velun(1)")
+def the_actions_of_model_are_the_same_everywhere(build):
+    usage = r"^usage: velun model \[(.*) <id>\]$"
+    expected = _printed(build, usage, "model", "nonsense", status=2)
+    named = _printed(build, r"^  velun model ([a-z]+)", "help")
+    assert named <= expected, f"cli/help.cc: overview has {sorted(named - expected)}"
+    _expect_everywhere(expected, {
+        "man/velun.1.in: SYNOPSIS": _words_behind("model", "SYNOPSIS"),
+        "man/velun.1.in: COMMANDS": _words_behind("model", "COMMANDS"),
+        "tests/completions/check": _tried("velun model", "velun model fetch")})
 
 
-def the_completions_offer_the_commands_of_the_table(build):
-    _expect_offered("", _commands(), "cli/commands.cc")
-
-
-def the_completions_offer_the_topics_of_the_table(build):
-    _expect_offered("help", _topics(), "table of topics")
-
-
-def the_completions_offer_the_modes(build):
-    _expect_offered("mode", _modes(), "config/config.h")
-
-
-def the_completions_offer_the_actions_of_model(build):
-    _expect_offered("model", _actions(), "run_model_command")
+def the_manual_names_the_variables_that_velun_reads(build):
+    text = "".join(file.read_text(encoding="utf-8")
+                   for room in rooms for file in (root / room).glob("*.cc"))
+    # The search path is read by the system.
+    read = {*found(r'getenv\("(\w+)"\)', text, "sources"), "PATH"}
+    named = set(found(r"^\.It Ev (\w+)$", text_of("man/velun.1.in"), "man/velun.1.in: ENVIRONMENT"))
+    assert named == read, f"man/velun.1.in: ENVIRONMENT differs in {sorted(named ^ read)}"
