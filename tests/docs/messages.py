@@ -4,7 +4,7 @@ and no other."""
 import re
 import subprocess
 
-from tree import expect_same, rooms, root
+from tree import expect_same, rooms, root, run_velun
 
 # In the order of velun(1), with "…" for what differs from case to case.
 _messages = """\
@@ -56,6 +56,26 @@ no bundle at … — `velun model list`
 # Printed by the C++ runtime when it ends velun.
 _of_the_runtime = ("terminate called after", "what():")
 
+# Two files that have every problem between them.
+_faulty_files = ("""\
+ mode: watch
+no colon
+: no key
+names: maybe
+names: true
+intercept_apps: [one
+colour: red
+anthropic_prot: 1
+mode: loud
+model_dir: [one]
+endpoint_url: ftp://elsewhere
+openai_port: 0
+""", """\
+intercept_apps: one
+model_dir: /elsewhere
+endpoint_url: http://elsewhere
+""")
+
 
 def _page(build, name):
     """The lines of a page in a terminal of 80 columns; and the heads of the entries of its section
@@ -95,10 +115,22 @@ def the_sources_have_the_messages_of_the_list(build):
     assert not missing, "tests/docs/messages.py: in no source:\n" + "\n".join(missing)
 
 
+def the_manual_has_the_problems_that_velun_prints_of_a_file(build):
+    heads = _page(build, "velun.yaml.5")[1].values()
+    printed = "".join(run_velun(build, "config", config=file, status=1) for file in _faulty_files)
+    problems = [line for line in printed.splitlines() if line.startswith("  ")]
+    patterns = {head: re.escape(head).replace("…", ".+") for head in heads}
+    missing = [line for line in problems
+               if not any(re.search(pattern, line) for pattern in patterns.values())]
+    assert not missing, "man/velun.yaml.5.in: not in MESSAGES:\n" + "\n".join(missing)
+    stale = [head for head, pattern in patterns.items() if not re.search(pattern, printed)]
+    assert not stale, "man/velun.yaml.5.in: velun does not print:\n" + "\n".join(stale)
+
+
 def a_search_for_a_message_lands_on_its_entry(build):
     """A search goes down the page from its top, and capitals do not count."""
     lost = []
-    for name in ("velun.1",):
+    for name in ("velun.1", "velun.yaml.5"):
         lines, heads = _page(build, name)
         for place, head in heads.items():
             words = _fixed_words(head)[0].lower()
