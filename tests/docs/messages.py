@@ -1,5 +1,5 @@
-"""MESSAGES in the manual has every message that a person must act on, in the words that are printed,
-and no other."""
+"""MESSAGES in the manual has every message that a person must act on, in the words that are
+printed, and no other."""
 
 import re
 import subprocess

@@ -1,4 +1,4 @@
-"""The page on the architecture and what contributors are told agree with the sources."""
+"""docs/architecture.md and CONTRIBUTING.md agree with the sources."""
 
 import re
 
@@ -13,7 +13,7 @@ def _sources():
 
 
 def _names(pattern):
-    """All that looks like the pattern and stands as code in one of the pages."""
+    """What the pattern finds in the code that the pages show, with the page."""
     for page in _pages:
         text = text_of(page)
         code = "\n".join(re.findall(r"```[\s\S]*?```|`[^`]*`", text))
@@ -34,7 +34,7 @@ def includes_point_downwards(build):
         usable = rooms[:rooms.index(file.parent.name) + 1]
         for line in re.findall(r"^ *# *include .*", file.read_text(encoding="utf-8"), re.MULTILINE):
             folder = re.search(r'["<](\w+)/', line)
-            # What stands in quotes is ours.
+            # A name in quotes is ours.
             ours = folder and ('"' in line or (root / folder[1]).is_dir())
             if ours and folder[1] not in usable:
                 upwards.append(f"{file.relative_to(root)}: {line}")
@@ -42,7 +42,7 @@ def includes_point_downwards(build):
 
 
 def heavy_libraries_stay_behind_their_walls(build):
-    """Each costs every file that sees it seconds of compile time."""
+    """Each adds seconds to the compile time of every file that includes it."""
     outside = []
     for file in _sources():
         name = str(file.relative_to(root))

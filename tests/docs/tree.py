@@ -1,4 +1,4 @@
-"""What the rules of this folder read: the files of the tree, and what velun prints."""
+"""Reads the files of the tree and what velun prints, for the rules in this folder."""
 
 import difflib
 import os
@@ -9,7 +9,7 @@ import tempfile
 
 root = pathlib.Path(__file__).resolve().parents[2]
 
-# The folders of the product, each of which uses only those before it.
+# The folders of the product. Each uses only those before it.
 rooms = ("system", "config", "daemon", "models", "cli")
 
 
@@ -18,22 +18,22 @@ def text_of(name):
 
 
 def found(pattern, text, where):
-    """All that the pattern finds in the text. Nothing at all is a failure: the rule would hold for
-    whatever stands there."""
+    """All that the pattern finds in the text. Finding nothing is a failure: the rule would then
+    hold for any text."""
     matches = re.findall(pattern, text, re.MULTILINE)
     assert matches, f"{where}: nothing looks like {pattern}"
     return matches
 
 
 def part(text, begin, end, where):
-    """The text between two patterns; the end of the text stands in for the second."""
+    """The text between two patterns, or from the first to the end of the text."""
     match = re.search(rf"{begin}([\s\S]*?)(?:{end}|\Z)", text, re.MULTILINE)
     assert match, f"{where}: nothing begins like {begin}"
     return match[1]
 
 
 def expect_same(expected, expected_name, actual, actual_name):
-    """Fails with a diff when the two lists differ, the order of their items included."""
+    """Fails with a diff if the two lists differ, also in their order."""
     expected, actual = list(expected), list(actual)
     if expected != actual:
         raise AssertionError("\n".join(difflib.unified_diff(
@@ -41,8 +41,8 @@ def expect_same(expected, expected_name, actual, actual_name):
 
 
 def run_velun(build, *words, config="", status=0):
-    """What velun prints, with this configuration, in a home of its own: its results, or its errors
-    when it is to end with another status than 0."""
+    """Runs velun with this configuration in an empty home. Returns standard output, or standard
+    error if another status than 0 is expected."""
     with tempfile.TemporaryDirectory() as home:
         file = pathlib.Path(home, "velun.yaml")
         file.write_text(config, encoding="utf-8")
