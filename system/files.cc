@@ -55,6 +55,8 @@ void remove_file(const std::filesystem::path& path) {
 
 void write_file(const std::filesystem::path& path, std::string_view text) {
   if (const File file(std::fopen(path.c_str(), "we")); file != nullptr) {
+    // In one piece, so a reader that comes in between finds all of the text or none of it.
+    std::setvbuf(file.get(), nullptr, _IONBF, 0);
     std::fwrite(text.data(), 1, text.size(), file.get());
   }
 }

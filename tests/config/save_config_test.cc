@@ -52,6 +52,20 @@ TEST_F(SaveConfig, leaves_nothing_of_a_longer_file_behind_and_nothing_beside_it)
   EXPECT_EQ(names_in(sandbox.home()), std::vector<std::string>{".config"});
 }
 
+TEST_F(SaveConfig, writes_a_long_text_in_one_piece) {
+  const std::string key = "model_dir: " + std::string(9000, 'm') + "\n";
+  sandbox.configure(key);
+  sandbox.environment["ASAN_OPTIONS"] = "detect_leaks=0";  // its check cannot be traced
+  RunOptions traced;
+  traced.program = "/usr/bin/strace";
+  EXPECT_EQ(
+      seen(sandbox.velun({"-o", "trace", "-e", "write", VELUN_BINARY, "mode", "off"}, traced)),
+      success(sandbox.wrote()));
+  const std::string size = std::to_string(sandbox.rendering("off", key).size());
+  EXPECT_NE(read_file(sandbox.root() / "trace").find(", " + size + ") = " + size + "\n"),
+            std::string::npos);
+}
+
 TEST_F(SaveConfig, creates_all_missing_directories) {
   expect_defaults_at(sandbox.root() / "a/b c/d/velun.yaml");
   expect_defaults_at("relative/e/velun.yaml");
