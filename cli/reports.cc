@@ -58,8 +58,8 @@ std::optional<std::string> log_report(const std::string& body) {
   if (answer.is_discarded()) {
     return std::nullopt;
   }
-  // By reference: a copy of deeply nested entries would exhaust the stack. The lookup with a
-  // default only raises the error of an answer that is no object.
+  // By reference: copying deeply nested entries would exhaust the stack. The lookup with a default
+  // is for the error that it raises if the answer is not an object.
   const auto entries = answer.find("entries");
   if (entries == answer.end() ? answer.value("entries", json()).empty() : entries->empty()) {
     return "no requests yet (the transcript is RAM-only and empties on restart)\n";

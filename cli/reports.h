@@ -16,9 +16,9 @@ std::optional<std::string> stats_report(const std::string& body);
 /// `body` is not JSON. Throws the JSON library's exception on an answer of an unexpected shape.
 std::optional<std::string> log_report(const std::string& body);
 
-/// Print the reports. Return the exit status: 0, also when the daemon is not running, or 1 when it
-/// answers but its report cannot be had. An answer of an unexpected shape ends the process with the
-/// library's uncaught exception, nothing of the report printed.
+/// Print the reports. Return the exit status: 0, also if the daemon is not running; 1 if it answers
+/// the probe but its answer is refused or is not JSON. On an answer of an unexpected shape nothing
+/// is printed, and the library's exception ends the process.
 int print_stats(const Config& config);
 int print_log(const Config& config);
 

@@ -9,8 +9,8 @@
 namespace velun {
 namespace {
 
-// The default stays the current mode, which is always valid. At the end of input it is the answer,
-// so the loop ends.
+// The prompt offers the current mode each time. It is always valid, so the end of input ends the
+// loop.
 std::string ask_mode(const std::string& current) {
   for (;;) {
     const std::string answer = prompt_value("Mode (off / watch / protect)", current);
@@ -53,7 +53,7 @@ int run_setup() {
   print("Velun CLI setup — Enter keeps the value in brackets.\n\n");
   config.mode = ask_mode(config.mode);
   ask_detection(config);
-  // Only a warning: the pattern floor protects something, and a model may follow.
+  // Only a warning: the pattern floor still protects, and the user can add a model later.
   if (config.mode == "protect" && config.model_dir.empty() && config.endpoint_url.empty()) {
     print(
         "\nProtect without a model falls back to the pattern floor — much\n"

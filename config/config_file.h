@@ -6,10 +6,10 @@
 
 namespace velun {
 
-/// Loads the file at `config_path` into `config`. False when the file cannot be read, which leaves
-/// `config` alone and is reported on standard error if `verbose`. False, too, when it has problems,
-/// which are always reported together on standard error. A file that can be read replaces every
-/// field: with its value where the key is valid, with the default where it is invalid or absent.
+/// Loads the file at `config_path` into `config` and returns whether it is valid. If it cannot be
+/// read, `config` is left alone, and `verbose` reports that on standard error. If it has problems,
+/// all of them are reported on standard error, and every field is replaced: by the file's value
+/// where the key is valid, by the default otherwise.
 bool load_config(Config& config, bool verbose);
 
 /// Writes the rendering to `config_path`, creating its parent directories, and prints "wrote " and

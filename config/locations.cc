@@ -21,8 +21,8 @@ fs::path home_or_tmp() {
 
 }  // namespace
 
-// A path from the user is used as it stands, even an empty one: any other file may be one that the
-// user does not want read or overwritten.
+// A path that the user names is used as it stands, even an empty one: falling back to another file
+// could read or overwrite one that the user did not mean.
 fs::path config_path() {
   if (const char* file = std::getenv("VELUN_CLI_CONFIG"); file != nullptr) {
     return file;

@@ -1,7 +1,7 @@
-// The locations of velun's files: the config file, the state directory and the files in it. Every
-// call reads the environment. Nothing is created here; the code that writes into a directory
-// creates it. An empty `XDG_` variable counts as unset. An empty `HOME` counts as set and gives a
-// relative path.
+// The locations of velun's files: the config file, the state directory and the files in it. Nothing
+// is cached: each call reads the environment that it needs. Nothing is created here; the code that
+// writes into a directory creates it. An empty `XDG_` variable counts as unset. An empty `HOME`
+// counts as set and gives a relative path.
 #pragma once
 
 #include <filesystem>

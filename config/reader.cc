@@ -7,7 +7,7 @@
 namespace velun {
 namespace {
 
-// The scan includes the key, so a quote in a key hides a later "#".
+// The scan includes the key, so an unpaired quote in a key hides a later "#".
 std::string_view strip_comment(std::string_view line) {
   bool in_double = false;
   bool in_single = false;

@@ -34,9 +34,9 @@ RawConfig parse_config_text(std::string_view text, Problems& problems);
 /// Removes leading and trailing spaces and tabs; other white space stays.
 std::string_view trim_blanks(std::string_view text);
 
-/// Removes the quotes if the text starts and ends with the same kind. Inside double quotes, \n and
-/// \t are resolved, any other escaped character stands for itself, and a last backslash stays.
-/// Inside single quotes nothing is resolved. Any other text is returned unchanged.
+/// Removes a pair of quotes around the text. Inside double quotes, \n and \t are resolved, any
+/// other escaped character stands for itself, and a last backslash stays. Inside single quotes
+/// nothing is resolved. Any other text is returned unchanged.
 std::string unquote_value(std::string_view text);
 
 }  // namespace velun

@@ -25,7 +25,7 @@ Verdict judge_mode(const std::string& value, Config& config) {
 }
 
 Verdict judge_endpoint_url(const std::string& value, Config& config) {
-  // Any value that begins with http passes; the daemon checks the rest.
+  // Loose on purpose: any value that begins with http passes.
   if (!value.empty() && !value.starts_with("http")) {
     return "endpoint_url must start with http:// or https://";
   }

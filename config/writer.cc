@@ -3,8 +3,8 @@
 namespace velun {
 namespace {
 
-// True if the reader might trim, unquote, split or cut the bare text. Quotes more than strictly
-// necessary; extra quotes are harmless.
+// True if the reader might trim, unquote, split or cut the bare text; the header lists the
+// exceptions. Quotes more than strictly necessary; extra quotes are harmless.
 bool needs_quotes(const std::string& text) {
   return text.front() == ' ' || text.back() == ' ' || text.front() == '\'' || text.front() == '[' ||
          text.find_first_of("\t\n\"#,:\\") != std::string::npos;

@@ -14,7 +14,8 @@ namespace velun {
 /// set.
 std::string render_config(const Config& config);
 
-/// Returns the text unchanged if the reader takes it bare, else in double quotes with escapes.
+/// Returns the text unchanged, or in double quotes with escapes if it is empty or would be read
+/// differently. The exceptions above stay bare.
 std::string quote_value(const std::string& text);
 
 }  // namespace velun

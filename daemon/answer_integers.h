@@ -13,17 +13,19 @@ namespace velun {
 template <typename Integer, typename Json>
 Integer to_integer(const Json& value) {
   constexpr auto smallest = std::numeric_limits<Integer>::min();
-  // The first number above the largest integer; the largest itself may have no exact double.
+  // The first number above the largest integer. It is exact as a double; the largest integer may
+  // not be.
   constexpr double end = -static_cast<double>(smallest);
   if (value.is_number_float()) {
     const auto number = value.template get<double>();
-    return number > -end - 1 && number < end ? static_cast<Integer>(number) : smallest;
+    return number >= -end && number < end ? static_cast<Integer>(number) : smallest;
   }
   return value.template get<Integer>();
 }
 
 /// The member `name` of an object as an integer, 0 if there is none. Throws the library's type
-/// error like `to_integer`, and if `object` is not an object.
+/// error like `to_integer`, and if `object` is not an object: the lookup with a default raises
+/// that.
 template <typename Integer, typename Json>
 Integer integer_member(const Json& object, const char* name) {
   const auto member = object.find(name);

@@ -67,8 +67,8 @@ std::string find_daemon_program(const std::string& argument_zero) {
       return beside.string();
     }
   }
-  // An empty value is used too: starting it fails, which is better than starting another program
-  // than the one meant.
+  // An empty value is used too, and starting it fails: falling back would start a program that the
+  // user did not name.
   const char* named = std::getenv("VELUND");
   return named != nullptr ? named : "velund";
 }

@@ -41,13 +41,13 @@ std::string fetch_body(int port, const std::string& request, std::chrono::millis
   stream.expires_after(limit);  // for all steps together
   if (!run_step(io, [&](auto done) { stream.async_connect(daemon, done); }) ||
       !run_step(io, [&](auto done) { asio::async_write(stream, asio::buffer(request), done); }) ||
-      // The header by itself: read together with its body, an announced length beyond the library's
-      // limit would go unnoticed.
+      // The header first: if the body arrives with it, the library does not enforce its limit on an
+      // announced length.
       !run_step(io, [&](auto done) { http::async_read_header(stream, buffer, parser, done); })) {
     return "";
   }
-  // The library reads as much at once as there is room for. Not earlier: the room also moves the
-  // library's limit on headers.
+  // More room makes fewer reads. Reserved after the header, because the library's limit on headers
+  // depends on the room.
   buffer.reserve(65536);
   if (!run_step(io, [&](auto done) { http::async_read(stream, buffer, parser, done); }) ||
       parser.get().result() != http::status::ok) {
@@ -73,7 +73,7 @@ std::string control_get(int port, const std::string& path, const std::string& to
   try {
     return fetch_body(port, control_request(port, path, token), limit);
   } catch (const std::exception&) {
-    // No memory or no descriptors: for the caller that is one more daemon that does not answer.
+    // Out of memory or descriptors: reported like a daemon that does not answer.
     return "";
   }
 }

@@ -18,8 +18,8 @@ inline constexpr std::chrono::milliseconds call_limit{2000};
 
 /// Asks the daemon's control API for `path` on 127.0.0.1:`port`. Returns the body of a status-200
 /// answer; the empty text for anything else: another status, no listener, a broken or too long
-/// answer, or none within `limit`. An empty `token` sends no Authorization field. Never throws,
-/// prints nothing.
+/// answer, or not a whole one within `limit`. An empty `token` sends no Authorization field. Never
+/// throws, prints nothing.
 std::string control_get(int port, const std::string& path, const std::string& token,
                         std::chrono::milliseconds limit = call_limit);
 

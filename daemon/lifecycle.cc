@@ -36,7 +36,7 @@ void pause_before_try() {
 }
 
 // The limit for one probe of a starting daemon. A slow daemon is probed again, and a listener that
-// accepts but never answers delays `start` by half a minute at most.
+// accepts but never answers makes the wait half a minute long at most.
 constexpr std::chrono::milliseconds probe_limit{500};
 
 // A failed write is not reported: the daemon runs all the same.
@@ -117,7 +117,7 @@ int stop_recorded(const Config& config, pid_t pid) {
                 " — not killing it; if it is a stuck daemon, `kill " + number + "`\n");
     return status_failure;
   }
-  // If the daemon has just ended, this fails and the wait below ends at once.
+  // Fails if the daemon has just ended; the first try below then finds it gone.
   kill(pid, SIGTERM);
   if (!wait_until_gone(pid)) {
     print_error("still running after 5 s — `kill -9 " + number + "` if you mean it\n");
@@ -170,7 +170,7 @@ int start_daemon(const Config& config, const std::string& argument_zero) {
 
 int stop_daemon(const Config& config) {
   const std::optional<pid_t> pid = read_recorded_pid(config);
-  // A live process is not enough: the pid may have been reused.
+  // A live process alone is not signalled: the pid may have been reused.
   if (pid && is_alive(*pid)) {
     return stop_recorded(config, *pid);
   }

@@ -1,7 +1,7 @@
 // Starting, stopping and restarting the daemon. velun signals a process only if the pid file
 // records it and a daemon answers on the control port, and it never sends SIGKILL. The pid file is
-// all that one run leaves to the next: if the recorded pid was reused while another daemon answers,
-// the new process gets the signal.
+// the only record of the daemon: if the pid was reused while another daemon answers, the new
+// process gets the signal.
 #pragma once
 
 #include <sys/types.h>
@@ -19,10 +19,10 @@ namespace velun {
 std::optional<pid_t> recorded_pid(const std::string& text);
 
 /// Starts the daemon in a session of its own, records its pid and waits about five seconds for the
-/// control port, or up to half a minute if a listener accepts connections but never answers.
-/// Returns the exit status: 0 if a daemon answers afterwards or the mode is off, else 1. Throws
-/// std::filesystem::filesystem_error if the state directory cannot be created. `argument_zero` is
-/// velun's own, see `find_daemon_program`.
+/// control port, or about half a minute if a listener accepts connections but never answers. Starts
+/// nothing if the mode is off or a daemon already answers. Returns the exit status: 0 if a daemon
+/// answers afterwards or the mode is off, else 1. Throws std::filesystem::filesystem_error if the
+/// state directory cannot be created. `argument_zero` is velun's own, see `find_daemon_program`.
 int start_daemon(const Config& config, const std::string& argument_zero);
 
 /// Sends SIGTERM to the recorded daemon and waits up to about five seconds for it to end. Returns

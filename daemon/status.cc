@@ -12,8 +12,8 @@ using nlohmann::json;
 namespace velun {
 namespace {
 
-// Each lookup below throws the library's type error for a member of the wrong type. Each is made
-// even if its value is not shown, so such an answer is always unparseable.
+// Every known member is converted even if it is not shown, so one of the wrong type always makes
+// the answer unparseable: the conversion throws the library's type error.
 
 std::string mode_line(const json& answer) {
   return "mode:      " + mode_meant_by(answer.value("mode", "?")) + "\n";

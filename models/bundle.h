@@ -9,8 +9,9 @@
 
 namespace velun {
 
-/// True when the directory has a graph (model.fp32.onnx or model.int8.onnx), tokenizer.json and
-/// labels.json. Anything that exists under these names counts, whatever it is or holds.
+/// True if the directory has a graph (model.fp32.onnx or model.int8.onnx), tokenizer.json and
+/// labels.json. Existing files of any kind and content count. Links are followed; a dangling one
+/// does not count.
 bool bundle_complete(const std::filesystem::path& directory);
 
 /// The text of labels.json: all label heads for a window of 1024 or more, else the four detailed

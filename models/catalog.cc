@@ -34,7 +34,7 @@ std::string hub_url(const ModelCard& card, const BundleFile& file) {
 std::string mirror_url(const ModelCard& card, const BundleFile& file) {
   const char* chosen = std::getenv("VELUN_MODEL_MIRROR");
   std::string base = chosen != nullptr && *chosen != '\0' ? chosen : mirror_base_url;
-  // All of them: the URL gets exactly one slash here.
+  // Removes every trailing slash; one is added below.
   while (base.ends_with('/')) {
     base.pop_back();
   }

@@ -93,9 +93,9 @@ int run_curl(const std::string& url, const std::string& output, const std::strin
 bool download_file(const Config& config, const ModelCard& card, const BundleFile& file,
                    const fs::path& bundle) {
   const fs::path final_path = bundle / file.local_name;
-  std::error_code no_size;
+  std::error_code error;
   // Something without a size, such as a directory, counts as here, as it does in a complete bundle.
-  if (path_exists(final_path) && fs::file_size(final_path, no_size) != 0) {
+  if (path_exists(final_path) && fs::file_size(final_path, error) != 0) {
     print("  " + file.local_name + " — already here\n");
     return true;
   }

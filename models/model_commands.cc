@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "config/config_file.h"
 #include "config/locations.h"
@@ -26,8 +27,8 @@ std::string bundle_lines(const fs::path& models_dir, const std::string& model_di
   std::error_code error;
   const fs::directory_iterator end;
   for (fs::directory_iterator entry(models_dir, error); entry != end; entry.increment(error)) {
-    std::error_code unknown_is_no_directory;
-    if (!entry->is_directory(unknown_is_no_directory)) {
+    std::error_code unknown_kind;
+    if (!entry->is_directory(unknown_kind)) {
       continue;
     }
     // Paths are compared as texts: one spelled another way is not marked.

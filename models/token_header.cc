@@ -35,7 +35,7 @@ TokenHeader::TokenHeader(fs::path path, const std::string& token) : path_(std::m
 }
 
 TokenHeader::~TokenHeader() {
-  // Truncated as well as removed: the directory may no longer allow the removal.
+  // Truncated first: the directory may have become read-only, and then the file stays.
   if (file_ >= 0) {
     [[maybe_unused]] const int ignored = ftruncate(file_, 0);
     close(file_);

@@ -16,8 +16,8 @@ std::filesystem::path token_header_of(const Config& config);
 /// end of its scope. The constructor removes what is at the path and creates a new file
 /// exclusively: it follows no link, and a process that opened an older, readable file never sees
 /// the token. If the old file stays or the new one cannot be created, nothing is written; a file
-/// with only part of the token is removed. The path is valid all the same; curl fails or sends no
-/// token if there is no file.
+/// with only part of the token is removed. Give `path()` to curl in every case: without the file,
+/// curl fails or sends no token.
 class TokenHeader {
  public:
   TokenHeader(std::filesystem::path path, const std::string& token);

@@ -6,7 +6,7 @@
 namespace velun {
 namespace {
 
-// The first call ignores SIGPIPE. Every call returns the disposition from before.
+// Ignores SIGPIPE at the first call. Always returns the disposition that velun was started with.
 auto ignore_sigpipe() {
   static const auto inherited = signal(SIGPIPE, SIG_IGN);
   return inherited;
@@ -26,7 +26,7 @@ void execute(std::vector<std::string>& words) {
   argv.push_back(nullptr);
   signal(SIGPIPE, ignore_sigpipe());
   execvp(argv[0], argv.data());
-  // The caller still has to report the failure.
+  // The caller still has to report the failure, and a closed standard error must not end it first.
   signal(SIGPIPE, SIG_IGN);
 }
 

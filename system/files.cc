@@ -10,8 +10,8 @@
 namespace velun {
 
 bool path_exists(const std::filesystem::path& path) {
-  std::error_code counts_as_no;
-  return std::filesystem::exists(path, counts_as_no);
+  std::error_code error;
+  return std::filesystem::exists(path, error);
 }
 
 File open_for_reading(const std::filesystem::path& path) {
@@ -25,12 +25,12 @@ std::optional<std::string> read_file(const std::filesystem::path& path) {
   }
   struct stat status = {};
   (void)fstat(fileno(file.get()), &status);
-  // 0 for pipes and devices, and for files in /proc, whose size reads as 0.
+  // 0 means unknown: pipes, devices and files in /proc are read to their end.
   const auto size = static_cast<std::size_t>(S_ISREG(status.st_mode) ? status.st_size : 0);
   std::string text;
   ssize_t count = 0;
-  // Another process may rewrite the file during the read. The buffer has room for a text that has
-  // grown, and reading stops at the known size: more bytes could be of another text.
+  // One read takes a file that has grown by less than 4,096 bytes. No read follows once the known
+  // size is reached: it could append bytes of a later save.
   do {
     const std::size_t had = text.size();
     text.resize(std::max(size, had) + 4096);

@@ -29,7 +29,7 @@ File open_for_reading(const std::filesystem::path& path);
 /// cannot be opened or read. A directory opens for reading and fails on the first read.
 std::optional<std::string> read_file(const std::filesystem::path& path);
 
-/// The next line, without its newline; the empty text at the end of the file and on a read error.
+/// The next line, without its newline. At the end of the file and on a read error, the text so far.
 std::string read_line(std::FILE* file);
 
 /// Removes a file, a link or an empty directory. A failure is not reported.

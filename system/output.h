@@ -1,5 +1,4 @@
-// Printing on standard output and standard error. Through the C library: the C++ streams take
-// longer to start than most commands take to run.
+// Printing on standard output and standard error, through the C library's streams.
 #pragma once
 
 #include <string_view>
