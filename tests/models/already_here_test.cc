@@ -71,5 +71,16 @@ TEST_F(AlreadyHere, is_not_a_dangling_link_which_the_download_replaces) {
   EXPECT_FALSE(fs::exists(sandbox.root() / "nowhere"));
 }
 
+TEST_F(AlreadyHere, is_an_empty_file_or_a_dangling_link_still_after_a_download_that_failed) {
+  use_mirror(closed.number());
+  put("tokenizer.json", "");
+  EXPECT_EQ(fetch(), refused());
+  EXPECT_EQ(read_file(bundle() / "tokenizer.json"), "");
+  fs::remove(bundle() / "tokenizer.json");
+  fs::create_symlink("nowhere", bundle() / "tokenizer.json");
+  EXPECT_EQ(fetch(), refused());
+  EXPECT_EQ(fs::read_symlink(bundle() / "tokenizer.json"), "nowhere");
+}
+
 }  // namespace
 }  // namespace velun::test

@@ -61,6 +61,14 @@ TEST(Manifest, takes_every_value_from_the_card_as_it_stands) {
             "{\"model\":\"a \"b\" \\c\",\"window\":-7,\"segment\":\"x\"\ty\"}\n");
 }
 
+TEST(OwnFiles, that_cannot_be_written_do_not_keep_the_others_from_being) {
+  const Sandbox sandbox;
+  fs::create_directories(sandbox.root() / "labels.json");
+  write_own_files(model_catalog(), sandbox.root());
+  EXPECT_EQ(read_file(sandbox.root() / "manifest.json"), catalog_manifest);
+  EXPECT_TRUE(fs::is_directory(sandbox.root() / "labels.json"));
+}
+
 class Completeness : public ::testing::Test {
  protected:
   // The directory with exactly these empty files.

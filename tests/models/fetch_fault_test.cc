@@ -59,6 +59,17 @@ TEST_F(FetchFault, a_full_disk_is_a_failure_that_leaves_nothing) {
   expect_nothing_left();
 }
 
+TEST_F(FetchFault, a_directory_at_the_part_name_fails_the_download_and_stays) {
+  const LoopbackServer server(0, serving(mirror_files));
+  const LoopbackServer hub(0, serving(hub_files), VELUN_HUB_CERTIFICATE);
+  use_mirror(server.port());
+  use_hub(hub.port());
+  put("tokenizer.json.part/inside", "mine");
+  EXPECT_EQ(fetch(), refused());
+  EXPECT_EQ(names_in(bundle()), Words{"tokenizer.json.part"});
+  EXPECT_EQ(read_file(bundle() / "tokenizer.json.part/inside"), "mine");
+}
+
 // The directory takes the file's place while curl is on its way.
 TEST_F(FetchFault, a_file_that_cannot_be_renamed_ends_the_fetch_and_keeps_its_part) {
   const LoopbackServer server(0, [&](const std::string& request) {

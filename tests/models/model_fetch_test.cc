@@ -5,6 +5,7 @@
 
 #include "tests/models/expected_files.h"
 #include "tests/models/fetch_fixture.h"
+#include "tests/support/last_words.h"
 
 namespace fs = std::filesystem;
 
@@ -130,6 +131,8 @@ TEST_F(ModelFetch, ends_through_the_termination_path_when_the_directory_cannot_b
   const Outcome run = sandbox.velun({"model", "fetch", "compact"});
   EXPECT_EQ(run.signal, SIGABRT);
   EXPECT_EQ(run.out, no_compact);
+  EXPECT_NE(run.err.find(cannot("create directories")), std::string::npos) << run.err;
+  EXPECT_EQ(read_file(sandbox.models_dir()), "a file");
   EXPECT_EQ(server.requests().size(), 0U);
 }
 
