@@ -115,11 +115,12 @@ class Fetching : public ::testing::Test {
   }
 
   /// Sends curl to this port of 127.0.0.1 for the hub; the maker's own mirror is never reachable.
+  /// Curl names itself alike in every release.
   void use_hub(int port, const std::string& more = "silent\n") {
     write_file(sandbox.home() / ".curlrc",
-               "cacert = \"" VELUN_HUB_CERTIFICATE "\"\nconnect-to = \"" + std::string(hub_host) +
-                   ":443:127.0.0.1:" + std::to_string(port) + "\"\nconnect-to = \"" +
-                   authority_of(mirror_base_url) +
+               "user-agent = \"curl\"\ncacert = \"" VELUN_HUB_CERTIFICATE "\"\nconnect-to = \"" +
+                   std::string(hub_host) + ":443:127.0.0.1:" + std::to_string(port) +
+                   "\"\nconnect-to = \"" + authority_of(mirror_base_url) +
                    ":443:127.0.0.1:" + std::to_string(closed.number()) + "\"\n" + more);
   }
 
