@@ -136,38 +136,5 @@ TEST_F(FetchWithFaults, a_token_that_cannot_be_removed_is_not_left_on_disk) {
   EXPECT_EQ(read_file(header_file()), "");
 }
 
-class KilledFetch : public WithFaults<FetchFault>, public ::testing::WithParamInterface<int> {};
-
-INSTANTIATE_TEST_SUITE_P(By, KilledFetch,
-                         ::testing::Values(SIGHUP, SIGINT, SIGKILL, SIGQUIT, SIGTERM),
-                         [](const auto& signal) { return sigabbrev_np(signal.param); });
-
-TEST_P(KilledFetch, at_any_step_is_made_good_by_the_next_run) {
-  const Files on_mirror = {{tokenizer_path, tokenizer_body}, {graph_path, graph_body}};
-  const LoopbackServer server(0, serving(on_mirror));
-  const LoopbackServer hub(0, serving(hub_files), VELUN_HUB_CERTIFICATE);
-  use_mirror(server.port());
-  use_hub(hub.port());
-  use_token("hf_secret");
-  RunOptions options;
-  options.in_child = [] { signal(GetParam(), SIG_DFL); };
-  const std::string by = ":signal=" + std::to_string(GetParam());
-  // The third child and the second rename are those of the file from the hub, the fourth removal is
-  // that of its header file.
-  for (const std::string step :
-       {"mkdir:when=4", "clone:when=1", "wait4:when=1", "rename:when=1", "clone:when=3",
-        "wait4:when=3", "unlink:when=4", "rename:when=2", "wait4:when=4", "rename:when=3"}) {
-    const std::size_t colon = step.find(':');
-    const std::string fault = step.substr(0, colon) + by + step.substr(colon);
-    const Outcome run = with_fault(sandbox, {"model", "fetch"}, fault, {}, options);
-    EXPECT_EQ(run.signal, GetParam()) << step;
-    EXPECT_TRUE(!fs::exists(header_file()) || mode_of(header_file()) == 0600) << step;
-    EXPECT_EQ(sandbox.velun({"model", "fetch"}).status, 0) << step;
-    expect_bundle_of(mirror_files);
-    EXPECT_EQ(names_in(sandbox.state_dir()), Words{"models"}) << step;
-    fs::remove_all(sandbox.state_dir());
-  }
-}
-
 }  // namespace
 }  // namespace velun::test

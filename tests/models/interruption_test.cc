@@ -80,18 +80,6 @@ INSTANTIATE_TEST_SUITE_P(By, Interruption,
                          ::testing::Values(SIGHUP, SIGINT, SIGKILL, SIGQUIT, SIGTERM),
                          [](const auto& signal) { return sigabbrev_np(signal.param); });
 
-TEST_P(Interruption, before_the_second_answer_keeps_the_first_file) {
-  const LoopbackServer server(0, [&](const std::string& request) {
-    return path_of(request) == tokenizer_path ? serving(large)(request) : Reply{"", Ending::hang};
-  });
-  use_mirror(server.port());
-  const pid_t velun = start();
-  ASSERT_TRUE(eventually([&] { return server.requests().size() == 2; }));
-  interrupt(velun, velun);
-  EXPECT_EQ(names_in(bundle()), Words{"tokenizer.json"});
-  expect_second_run_finds({"tokenizer.json"});
-}
-
 TEST_P(Interruption, during_the_last_answer_keeps_the_files_before_and_a_part) {
   const LoopbackServer server(0, [&](const std::string& request) {
     return path_of(request) == graph_path ? half_of(large.at(graph_path)) : serving(large)(request);
