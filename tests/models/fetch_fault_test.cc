@@ -9,40 +9,13 @@
 #include "tests/models/fetch_fixture.h"
 #include "tests/support/failing_call.h"
 #include "tests/support/last_words.h"
-#include "tests/support/scripted_program.h"
 
 namespace fs = std::filesystem;
 
 namespace velun::test {
 namespace {
 
-class FetchFault : public Fetching {
- protected:
-  /// Puts a curl where it is looked for that does these steps.
-  ScriptedProgram scripted(const std::string& steps) {
-    use_path(sandbox.root() / "bin");
-    return ScriptedProgram(sandbox.root() / "bin/curl", steps);
-  }
-
-  void expect_nothing_left() const {
-    EXPECT_EQ(names_in(bundle()), Words{});
-    EXPECT_EQ(names_in(sandbox.state_dir()), Words{"models"});
-  }
-};
-
-TEST_F(FetchFault, every_exit_code_of_curl_but_0_is_a_failure) {
-  use_token("hf_secret");
-  use_path(sandbox.root() / "bin");
-  const fs::path curl = sandbox.root() / "bin/curl";
-  const std::string part = bundle() / "tokenizer.json.part";
-  write_file(curl, "#!/bin/sh\necho half >'" + part + "'\nexit $CODE\n");
-  fs::permissions(curl, fs::perms::owner_all);
-  for (int code = 1; code <= 99; ++code) {
-    sandbox.environment["CODE"] = std::to_string(code);
-    EXPECT_EQ(fetch(), refused_with_token) << code;
-  }
-  expect_nothing_left();
-}
+class FetchFault : public Fetching {};
 
 TEST_F(FetchFault, a_full_disk_is_a_failure_that_leaves_nothing) {
   const LoopbackServer server(0, serving({{tokenizer_path, std::string(300'000, 't')}}));
@@ -116,24 +89,6 @@ TEST_F(FetchWithFaults, a_wait_that_fails_counts_as_a_finished_download) {
             success(fresh_fetch));
   EXPECT_EQ(curl.runs().size(), 3U);
   expect_bundle_of({{tokenizer_path, "[]"}, {calibration_path, "[]"}, {graph_path, "[]"}});
-}
-
-TEST_F(FetchWithFaults, a_wait_that_fails_for_a_curl_without_a_file_ends_the_fetch) {
-  const ScriptedProgram curl = scripted("exit 22");
-  const Outcome run =
-      with_fault(sandbox, {"model", "fetch"}, "wait4:error=ECHILD:delay_enter=500000:when=1+");
-  EXPECT_EQ(run.signal, SIGABRT);
-  EXPECT_EQ(run.out, failed_fetch);
-  EXPECT_EQ(curl.runs().size(), 1U);
-  expect_nothing_left();
-}
-
-TEST_F(FetchWithFaults, a_token_that_cannot_be_removed_is_not_left_on_disk) {
-  const ScriptedProgram curl = scripted("exit 22");
-  use_token("hf_secret");
-  EXPECT_EQ(seen(with_fault(sandbox, {"model", "fetch"}, "unlink:error=EROFS:when=1+")),
-            refused_with_token);
-  EXPECT_EQ(read_file(header_file()), "");
 }
 
 }  // namespace

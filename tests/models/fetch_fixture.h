@@ -13,6 +13,7 @@
 #include "config/outside_locations.h"
 #include "tests/support/loopback_server.h"
 #include "tests/support/sandbox.h"
+#include "tests/support/scripted_program.h"
 
 namespace velun::test {
 
@@ -124,10 +125,10 @@ class Fetching : public ::testing::Test {
                    ":443:127.0.0.1:" + std::to_string(closed.number()) + "\"\n" + more);
   }
 
-  /// Makes curl whatever program, or none, is in that directory.
-  void use_path(const std::filesystem::path& directory) {
-    std::filesystem::create_directories(directory);
-    sandbox.environment["PATH"] = directory;
+  /// Makes curl a program that does these steps.
+  ScriptedProgram scripted(const std::string& steps) {
+    sandbox.environment["PATH"] = sandbox.root() / "bin";
+    return ScriptedProgram(sandbox.root() / "bin/curl", steps);
   }
 
   void use_token(const std::string& token) { sandbox.environment["VELUN_HF_TOKEN"] = token; }
@@ -157,6 +158,12 @@ class Fetching : public ::testing::Test {
     EXPECT_EQ(read_file(bundle() / "model.fp32.onnx"), files.at(graph_path));
     EXPECT_EQ(names_in(bundle()), (Words{"calibration.json", "labels.json", "manifest.json",
                                          "model.fp32.onnx", "tokenizer.json"}));
+  }
+
+  /// Neither a file, nor a part, nor a header file.
+  void expect_nothing_left() const {
+    EXPECT_EQ(names_in(bundle()), Words{});
+    EXPECT_EQ(names_in(sandbox.state_dir()), Words{"models"});
   }
 
   /// All that is seen of a fetch whose first file fails without a token for the hub.
