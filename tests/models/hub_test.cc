@@ -21,23 +21,17 @@ TEST_F(Hub, delivers_all_files_that_the_mirror_does_not) {
   expect_bundle_of(mirror_files);
 }
 
-TEST_F(Hub, that_refuses_without_a_token_is_explained_before_the_failure_is_told) {
-  const LoopbackServer server(0, serving({}));
+TEST_F(Hub, that_refuses_a_file_is_explained_ends_the_fetch_and_leaves_the_files_before) {
+  const LoopbackServer server(0, serving({{tokenizer_path, tokenizer_body}}));
   const LoopbackServer hub(
       0, [](const std::string&) { return answer(403, "sign in"); }, VELUN_HUB_CERTIFICATE);
   use_mirror(server.port());
   use_hub(hub.port());
-  EXPECT_EQ(fetch(), refused());
-  EXPECT_EQ(hub.requests().size(), 1U);
-}
-
-TEST_F(Hub, that_refuses_a_later_file_ends_the_fetch_and_leaves_the_files_before) {
-  const LoopbackServer server(0, serving({{tokenizer_path, tokenizer_body}}));
-  use_mirror(server.port());
   EXPECT_EQ(fetch(),
             ended(1, failed_fetch + "  calibration.json (~0 MB)\n",
                   access_message("calibration.json") + "download failed: calibration.json\n"));
   EXPECT_EQ(server.paths(), (Words{tokenizer_path, calibration_path}));
+  EXPECT_EQ(hub.paths(), Words{on_hub("calibration.json")});
   EXPECT_EQ(names_in(bundle()), Words{"tokenizer.json"});
 }
 
