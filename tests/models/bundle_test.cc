@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <nlohmann/json.hpp>
 
 #include "tests/models/expected_files.h"
 #include "tests/support/sandbox.h"
@@ -28,30 +27,7 @@ TEST(Labels, change_form_between_the_windows_1023_and_1024) {
   }
 }
 
-TEST(Labels, depend_on_nothing_but_the_window) {
-  ModelCard card;
-  card.window = 1024;
-  EXPECT_EQ(labels_json(card), nineteen_heads);
-  card = card_with_window(1023);
-  card.has_compact = true;
-  card.gated = false;
-  EXPECT_EQ(labels_json(card), four_heads);
-}
-
-TEST(Labels, are_json_in_both_forms) {
-  const auto nineteen = nlohmann::json::parse(labels_json(card_with_window(1024)), nullptr, false);
-  const auto four = nlohmann::json::parse(labels_json(card_with_window(1023)), nullptr, false);
-  EXPECT_EQ(nineteen["heads"].size(), 19U);
-  EXPECT_EQ(four["heads"].size(), 4U);
-}
-
-TEST(Manifest, of_a_card_without_a_segment_has_two_members) {
-  ModelCard card = model_catalog();
-  card.segment = "";
-  EXPECT_EQ(manifest_json(card), "{\"model\":\"Velun 1.3\",\"window\":1024}\n");
-}
-
-TEST(Manifest, takes_every_value_from_the_card_as_it_stands) {
+TEST(Manifest, takes_every_value_from_the_card_as_it_stands_and_leaves_out_an_empty_segment) {
   ModelCard card;
   EXPECT_EQ(manifest_json(card), "{\"model\":\"\",\"window\":0}\n");
   card.display_name = "a \"b\" \\c";

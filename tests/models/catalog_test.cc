@@ -53,10 +53,6 @@ TEST(Catalog, holds_the_one_model_field_by_field) {
   EXPECT_EQ(card.segment, "union");
 }
 
-TEST(Catalog, hands_out_the_same_record_every_time) {
-  EXPECT_EQ(&model_catalog(), &model_catalog());
-}
-
 TEST(BundleFiles, of_the_full_variant_are_three_with_the_full_size_graph_last) {
   EXPECT_EQ(files_of(model_catalog(), "full"), full_download);
 }
