@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "models/bundle.h"
 #include "tests/models/expected_files.h"
 #include "tests/models/fetch_fixture.h"
 
@@ -32,14 +33,9 @@ class Tokenizer : public Fetching {
     put("model.fp32.onnx", graph_body);
   }
 
-  void expect_accepted(const std::string& text) {
+  bool parses(const std::string& text) const {
     put("tokenizer.json", text);
-    EXPECT_EQ(fetch(), success(second_fetch)) << text.substr(0, 80);
-  }
-
-  void expect_refused(const std::string& text) {
-    put("tokenizer.json", text);
-    EXPECT_EQ(fetch(), refusal(already_here)) << text.substr(0, 80);
+    return tokenizer_parses(bundle());
   }
 
   // What a fetch shows then, with this line about the tokenizer.
@@ -56,7 +52,8 @@ class Tokenizer : public Fetching {
 };
 
 TEST_F(Tokenizer, of_invalid_json_fails_the_fetch_after_labels_and_manifest_were_written) {
-  expect_refused("{\"broken\": ");
+  put("tokenizer.json", "{\"broken\": ");
+  EXPECT_EQ(fetch(), refusal(already_here));
   EXPECT_EQ(read_file(bundle() / "labels.json"), nineteen_heads);
   EXPECT_EQ(read_file(bundle() / "manifest.json"), catalog_manifest);
   EXPECT_EQ(read_file(bundle() / "tokenizer.json"), "{\"broken\": ");
@@ -87,65 +84,30 @@ TEST_F(Tokenizer, may_be_any_json_value) {
        {"{}", "[]", "null", "true", "0", "-0.0", "1e308", "1e-999", "\"\"", " \t\r\n[1 , 2]\n\n",
         "123456789012345678901234567890", "{\"a\":1,\"a\":2}", "\"\\ud83d\\ude00\"",
         "\"caf\xc3\xa9\"", "\xef\xbb\xbf{\"a\":1}"}) {
-    expect_accepted(text);
+    EXPECT_TRUE(parses(text)) << text;
   }
 }
 
-TEST_F(Tokenizer, must_be_json_in_every_detail) {
-  for (const char* text : {" ",
-                           "\n",
-                           "nul",
-                           "{",
-                           "]",
-                           "[1,]",
-                           "{\"a\":1,}",
-                           "{a:1}",
-                           "{'a':1}",
-                           "[1] x",
-                           "{}{}",
-                           "// c\n{}",
-                           "{} // c",
-                           "/* c */ []",
-                           "NaN",
-                           "Infinity",
-                           "-Infinity",
-                           "1e999",
-                           "-1e999",
-                           "01",
-                           "+1",
-                           ".5",
-                           "1.",
-                           "\"a\nb\"",
-                           "\"\\x41\"",
-                           "\"\\ud800\"",
-                           "\"\\ude00\"",
-                           "\"open",
-                           "\"\xff\"",
-                           "\"\xc0\xaf\"",
-                           "\"\xed\xa0\x80\"",
-                           "\xef\xbb{}",
-                           "\xef\xbb\xbf",
-                           "\xfe\xff",
-                           "[1\xc2\xa0]"}) {
-    expect_refused(text);
+TEST_F(Tokenizer, must_be_json_without_any_leniency) {
+  for (const char* text : {" ", "nul", "{", "[1,]", "{a:1}", "[1] x", "{}{}", "// c\n{}", "NaN",
+                           "1e999", "01", "\"a\nb\"", "\"\\ud800\"", "\"\xff\"", "\xef\xbb\xbf"}) {
+    EXPECT_FALSE(parses(text)) << text;
   }
 }
 
 TEST_F(Tokenizer, may_be_nested_to_any_depth) {
-  expect_accepted(std::string(100000, '[') + std::string(100000, ']'));
-  expect_refused(std::string(100000, '['));
-  expect_refused(std::string(100000, '[') + std::string(99999, ']'));
+  const std::string open(100000, '[');
+  EXPECT_TRUE(parses(open + std::string(100000, ']')));
+  EXPECT_FALSE(parses(open));
+  EXPECT_FALSE(parses(open + std::string(99999, ']')));
 }
 
 TEST_F(Tokenizer, is_judged_as_the_library_judges_it_without_exceptions) {
   for (const std::string& text :
        {std::string("{}\0garbage", 10), std::string("\0", 1), std::string("[\0]", 3),
         std::string("[1]\0", 4), std::string("\"\0\"", 3), std::string("[1]\xff", 4)}) {
-    if (nlohmann::json::parse(text, nullptr, false, false).is_discarded()) {
-      expect_refused(text);
-    } else {
-      expect_accepted(text);
-    }
+    EXPECT_EQ(parses(text), !nlohmann::json::parse(text, nullptr, false, false).is_discarded())
+        << testing::PrintToString(text);
   }
 }
 
