@@ -70,7 +70,7 @@ TEST_F(Stop, asks_for_health_once_and_without_the_token) {
 }
 
 TEST_F(Stop, waits_for_a_daemon_that_ends_late) {
-  const ScriptedProgram daemon(sandbox.root() / "daemon", "late-term 1500\nforever");
+  const ScriptedProgram daemon(sandbox.root() / "daemon", "log-term\nuntil-term\nsleep 1500");
   const pid_t pid = launch_recorded(daemon);
   const LoopbackServer control = answering_port();
   const Outcome run = sandbox.velun({"stop"});
@@ -81,7 +81,7 @@ TEST_F(Stop, waits_for_a_daemon_that_ends_late) {
 }
 
 TEST_F(Stop, looks_fifty_times_after_one_sigterm_and_sends_nothing_else) {
-  const ScriptedProgram daemon(sandbox.root() / "daemon", "ignore-term\nforever");
+  const ScriptedProgram daemon(sandbox.root() / "daemon", "log-term\nforever");
   const std::string pid = std::to_string(launch_recorded(daemon));
   const LoopbackServer control = answering_port();
   const Outcome run = stop_and_trace();
