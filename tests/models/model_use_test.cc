@@ -113,13 +113,11 @@ TEST_F(ModelUse, drops_the_engine_url_and_keeps_every_other_key) {
       "mode: protect\nendpoint_url: \"http://127.0.0.1:9\"\nnames: false\nstate_dir: " +
       sandbox.state_dir().string() + "\nintercept_apps: [chatgpt]\nintercept_port: 9000\n");
   EXPECT_EQ(use("one"), success(sandbox.wrote()));
-  const std::string ports = "anthropic_port: " + std::to_string(sandbox.anthropic_port()) +
-                            "\nopenai_port: " + std::to_string(sandbox.openai_port()) +
-                            "\ncontrol_port: " + std::to_string(sandbox.control_port()) + "\n";
   EXPECT_EQ(read_file(sandbox.config_file()),
             "# Velun CLI configuration. `velun help config` documents every key.\nmode: protect\n"
             "model_dir: " +
-                bundle + "\n" + ports + "state_dir: " + sandbox.state_dir().string() +
+                bundle + "\n" + sandbox.port_lines() +
+                "state_dir: " + sandbox.state_dir().string() +
                 "\nnames: false\nintercept_apps: [chatgpt]\nintercept_port: 9000\n");
 }
 

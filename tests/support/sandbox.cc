@@ -8,7 +8,7 @@
 
 #include <algorithm>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 namespace fs = std::filesystem;
 
@@ -17,19 +17,9 @@ namespace {
 
 constexpr uid_t nobody = 65534;
 
-// An open file that a child inherits as one of its streams.
-class Stream {
- public:
-  Stream(const fs::path& path, int flags)
-      : descriptor_(open(path.c_str(), flags | O_CLOEXEC, 0666)) {}
-  ~Stream() { close(descriptor_); }
-  Stream(const Stream&) = delete;
-  Stream& operator=(const Stream&) = delete;
-  int get() const { return descriptor_; }
-
- private:
-  int descriptor_;
-};
+int open_stream(const fs::path& path, int flags) {
+  return open(path.c_str(), flags | O_CLOEXEC, 0666);
+}
 
 void give_to_nobody(const fs::path& root) {
   for (const auto& entry : fs::recursive_directory_iterator(root)) {
@@ -92,19 +82,19 @@ Sandbox::~Sandbox() {
 }
 
 void Sandbox::configure(const std::string& lines) {
-  write_file(config_file(), "anthropic_port: " + std::to_string(anthropic_port()) +
-                                "\nopenai_port: " + std::to_string(openai_port()) +
-                                "\ncontrol_port: " + std::to_string(control_port()) + "\n" + lines);
+  write_file(config_file(), port_lines() + lines);
+}
+
+std::string Sandbox::port_lines() const {
+  return "anthropic_port: " + std::to_string(anthropic_port()) +
+         "\nopenai_port: " + std::to_string(openai_port()) +
+         "\ncontrol_port: " + std::to_string(control_port()) + "\n";
 }
 
 std::string Sandbox::rendering(const std::string& mode, const std::string& after_mode,
-                               const std::string& after_ports,
-                               const std::string& after_names) const {
+                               const std::string& after_ports) const {
   return "# Velun CLI configuration. `velun help config` documents every key.\nmode: " + mode +
-         "\n" + after_mode + "anthropic_port: " + std::to_string(anthropic_port()) +
-         "\nopenai_port: " + std::to_string(openai_port()) +
-         "\ncontrol_port: " + std::to_string(control_port()) + "\n" + after_ports +
-         "names: true\n" + after_names;
+         "\n" + after_mode + port_lines() + after_ports + "names: true\n";
 }
 
 std::vector<std::string> Sandbox::daemon_flags(const std::vector<std::string>& after_quiet,
@@ -156,16 +146,24 @@ Launch Sandbox::prepare(const std::vector<std::string>& words, const RunOptions&
   return launch;
 }
 
-Outcome Sandbox::velun(const std::vector<std::string>& words, const RunOptions& options) {
+pid_t Sandbox::start(const std::vector<std::string>& words, const RunOptions& options,
+                     const fs::path& errors) {
   Launch launch = prepare(words, options);
-  const Stream in(root_ / "in", O_RDONLY);
-  const Stream out(output_file(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND);
-  const Stream err(root_ / "err", O_WRONLY | O_CREAT | O_TRUNC | O_APPEND);
-  launch.in = in.get();
-  launch.out = out.get();
-  launch.err = options.one_output ? out.get() : err.get();
-  const auto begin = std::chrono::steady_clock::now();
+  constexpr int to_be_filled = O_WRONLY | O_CREAT | O_TRUNC | O_APPEND;
+  launch.in = open_stream(root_ / "in", O_RDONLY);
+  launch.out = open_stream(output_file(), to_be_filled);
+  launch.err = open_stream(errors, to_be_filled);
   const pid_t pid = spawn(launch);
+  for (const int stream : {launch.in, launch.out, launch.err}) {
+    close(stream);
+  }
+  return pid;
+}
+
+Outcome Sandbox::velun(const std::vector<std::string>& words, const RunOptions& options) {
+  const fs::path errors = options.one_output ? output_file() : root_ / "err";
+  const auto begin = std::chrono::steady_clock::now();
+  const pid_t pid = start(words, options, errors);
   const int status = wait_for(pid, std::chrono::seconds(60));
   Outcome run;
   run.took = std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -177,18 +175,12 @@ Outcome Sandbox::velun(const std::vector<std::string>& words, const RunOptions& 
     run.signal = WTERMSIG(status);
   }
   run.out = read_file(output_file());
-  run.err = read_file(root_ / "err");
+  run.err = options.one_output ? "" : read_file(errors);
   return run;
 }
 
 pid_t Sandbox::start_velun(const std::vector<std::string>& words, const RunOptions& options) {
-  Launch launch = prepare(words, options);
-  const Stream in(root_ / "in", O_RDONLY);
-  const Stream out(output_file(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND);
-  launch.in = in.get();
-  launch.out = out.get();
-  launch.err = out.get();
-  return spawn(launch);
+  return start(words, options, output_file());
 }
 
 void write_file(const fs::path& path, const std::string& content) {
@@ -203,9 +195,7 @@ void write_file(const fs::path& path, const std::string& content) {
 std::string read_file(const fs::path& path) {
   std::ifstream file(path);
   EXPECT_TRUE(file.good()) << "cannot read " << path;
-  std::ostringstream content;
-  content << file.rdbuf();
-  return content.str();
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 int mode_of(const fs::path& path) {

@@ -73,8 +73,9 @@ class Sandbox {
   /// The text that `velun config` and a save give for `configure`, with the lines of the optional
   /// keys in their places.
   std::string rendering(const std::string& mode, const std::string& after_mode = "",
-                        const std::string& after_ports = "",
-                        const std::string& after_names = "") const;
+                        const std::string& after_ports = "") const;
+  /// The three lines of both that name the ports.
+  std::string port_lines() const;
   /// The flags that the daemon is started with for `configure`, `after_quiet` behind "--quiet" and
   /// `last` at the end.
   std::vector<std::string> daemon_flags(const std::vector<std::string>& after_quiet = {},
@@ -92,6 +93,9 @@ class Sandbox {
 
  private:
   Launch prepare(const std::vector<std::string>& words, const RunOptions& options);
+  // Standard output goes to `output_file`.
+  pid_t start(const std::vector<std::string>& words, const RunOptions& options,
+              const std::filesystem::path& errors);
 
   std::filesystem::path root_;
   ReservedPort anthropic_;
