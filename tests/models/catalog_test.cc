@@ -89,12 +89,6 @@ TEST(HubUrl, takes_repository_and_revision_from_the_card) {
             std::string(hub_base_url) + "owner/name/resolve/v2/a/b.bin");
 }
 
-TEST(HubUrl, ignores_the_mirror_of_the_environment) {
-  const EnvironmentVariable mirror("VELUN_MODEL_MIRROR", "http://127.0.0.1:1");
-  EXPECT_EQ(hub_url(model_catalog(), calibration),
-            std::string(hub_base_url) + "quorvane/velun-pii-m-v1.3/resolve/main/calibration.json");
-}
-
 TEST(MirrorUrl, starts_with_the_makers_mirror_when_the_environment_names_none_or_an_empty_one) {
   for (const char* none : {static_cast<const char*>(nullptr), ""}) {
     const EnvironmentVariable mirror("VELUN_MODEL_MIRROR", none);

@@ -29,31 +29,23 @@ class CurlRuns : public Fetching {
     return vectors;
   }
 
-  Words mirror_run(const std::string& remote_path = "tokenizer/tokenizer.json",
-                   const std::string& local_name = "tokenizer.json") {
-    return {"curl",
-            "-L",
-            "--fail",
-            "--progress-bar",
-            "--retry",
-            "3",
-            "-o",
-            (bundle() / (local_name + ".part")).string(),
-            mirror + "/velun-pii-m-v1.3/" + remote_path};
-  }
-
-  Words hub_run() {
-    Words words = mirror_run();
-    words.back() = std::string(hub_base_url) +
-                   "quorvane/velun-pii-m-v1.3/resolve/main/tokenizer/tokenizer.json";
+  Words run_for(const std::string& local_name, const std::string& url, const Words& header = {}) {
+    Words words = {"curl", "-L", "--fail", "--progress-bar", "--retry", "3"};
+    words.insert(words.end(), header.begin(), header.end());
+    words.insert(words.end(), {"-o", (bundle() / (local_name + ".part")).string(), url});
     return words;
   }
 
-  Words hub_run_with_token() {
-    Words words = hub_run();
-    words.insert(words.begin() + 6, {"-H", header_word()});
-    return words;
+  Words mirror_run() { return run_for("tokenizer.json", mirror + tokenizer_path); }
+
+  Words hub_run(const Words& header = {}) {
+    return run_for("tokenizer.json",
+                   std::string(hub_base_url) +
+                       "quorvane/velun-pii-m-v1.3/resolve/main/tokenizer/tokenizer.json",
+                   header);
   }
+
+  Words hub_run_with_token() { return hub_run({"-H", header_word()}); }
 
   // Whether `action` returns true in a child of the test.
   static bool succeeds_in_a_child(bool (*action)()) {
@@ -69,9 +61,10 @@ class CurlRuns : public Fetching {
 TEST_F(CurlRuns, have_nine_words_for_the_mirror) {
   const ScriptedProgram curl = scripted("output []");
   EXPECT_EQ(fetch(), success(fresh_fetch));
-  EXPECT_EQ(vectors_of(curl),
-            (std::vector<Words>{mirror_run(), mirror_run("calibration.json", "calibration.json"),
-                                mirror_run("quant/model-fp32.onnx", "model.fp32.onnx")}));
+  EXPECT_EQ(
+      vectors_of(curl),
+      (std::vector<Words>{mirror_run(), run_for("calibration.json", mirror + calibration_path),
+                          run_for("model.fp32.onnx", mirror + graph_path)}));
 }
 
 TEST_F(CurlRuns, have_nine_words_for_the_hub_without_a_token_or_with_an_empty_one) {

@@ -1,5 +1,5 @@
-// What can go wrong around a download besides the answers: curl's end, the wait for it, the disk,
-// the renaming, the output.
+// What can go wrong around a download besides the answers and curl's end: what stands in its way,
+// the disk, the renaming, the output, the wait for curl.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

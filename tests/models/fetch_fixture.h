@@ -82,11 +82,7 @@ inline std::string fetch_that_finds(const Words& names) {
 
 /// Standard output of a fetch that finds all three files.
 inline const std::string second_fetch =
-    "fetching velun-pii-m-v1.3 (full)\n"
-    "  tokenizer.json — already here\n"
-    "  calibration.json — already here\n"
-    "  model.fp32.onnx — already here\n"
-    "done. activate it with: velun model use velun-pii-m-v1.3\n";
+    fetch_that_finds({"tokenizer.json", "calibration.json", "model.fp32.onnx"});
 
 /// Standard output of a fetch whose first file fails.
 inline const std::string failed_fetch =
