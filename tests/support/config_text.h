@@ -52,7 +52,7 @@ inline void expect_readings(const std::vector<TextCase>& rows) {
   }
 }
 
-/// All ten fields, each as "FIELD=VALUE\n". An eleventh stops the build here.
+/// Every field, each as "FIELD=VALUE\n". One that is not here stops the build.
 inline std::string fields_of(const Config& config) {
   const auto& [mode, model_dir, endpoint_url, anthropic_port, openai_port, control_port, state_dir,
                names, intercept_apps, intercept_port] = config;
