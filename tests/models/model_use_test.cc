@@ -158,11 +158,10 @@ TEST_F(ModelUse, says_how_to_load_the_bundle_when_a_daemon_runs) {
 
 TEST_F(ModelUse, says_nothing_of_a_restart_when_the_daemon_is_not_well) {
   complete(sandbox.models_dir() / "one");
-  for (const Reply& reply : {answer(503, "busy"), answer(200, "")}) {
-    const LoopbackServer control(sandbox.control_port(), [&](const std::string&) { return reply; });
-    EXPECT_EQ(use("one"), success(sandbox.wrote()));
-    EXPECT_EQ(control.requests().size(), 1U);
-  }
+  const LoopbackServer control(sandbox.control_port(),
+                               [](const std::string&) { return answer(503, "busy"); });
+  EXPECT_EQ(use("one"), success(sandbox.wrote()));
+  EXPECT_EQ(control.requests().size(), 1U);
 }
 
 TEST_F(ModelUse, that_fails_does_not_ask_the_daemon) {
