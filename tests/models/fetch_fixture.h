@@ -62,6 +62,10 @@ inline const Files hub_files = {{on_hub("tokenizer/tokenizer.json"), tokenizer_b
                                 {on_hub("calibration.json"), calibration_body},
                                 {on_hub("quant/model-fp32.onnx"), graph_body}};
 
+/// The paths of a fetch that the hub delivers.
+inline const Words hub_paths = {on_hub("tokenizer/tokenizer.json"), on_hub("calibration.json"),
+                                on_hub("quant/model-fp32.onnx")};
+
 /// Standard output of a fetch into an empty home.
 inline const std::string fresh_fetch =
     "fetching velun-pii-m-v1.3 (full)\n"

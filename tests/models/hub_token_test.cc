@@ -41,21 +41,19 @@ class HubToken : public Fetching {
     use_token(token);
   }
 
-  // The bytes with which curl asks for a path.
-  static std::string get_request(const std::string& path, const std::string& host,
-                                 const std::string& more = "") {
-    return "GET " + path + " HTTP/1.1\r\nHost: " + host +
-           "\r\nUser-Agent: curl\r\nAccept: */*\r\n" + more + "\r\n";
-  }
-
-  Words requests_to_hub() const {
+  // The requests, byte for byte, with which curl asks for these paths one after another.
+  static Words requests_for(const Words& paths, const std::string& host,
+                            const std::string& more = "") {
     Words requests;
-    for (const char* file :
-         {"tokenizer/tokenizer.json", "calibration.json", "quant/model-fp32.onnx"}) {
-      requests.push_back(
-          get_request(on_hub(file), hub_host, "Authorization: Bearer " + token + "\r\n"));
+    for (const std::string& path : paths) {
+      requests.push_back("GET " + path + " HTTP/1.1\r\nHost: " + host +
+                         "\r\nUser-Agent: curl\r\nAccept: */*\r\n" + more + "\r\n");
     }
     return requests;
+  }
+
+  Words requests_with_token() const {
+    return requests_for(hub_paths, hub_host, "Authorization: Bearer " + token + "\r\n");
   }
 
   static std::string host_of(const LoopbackServer& server) {
@@ -94,7 +92,7 @@ class HubToken : public Fetching {
 
 TEST_F(HubToken, goes_to_the_hub_in_an_owner_only_file_that_curl_reads) {
   expect_private_fetch();
-  EXPECT_EQ(hub.requests(), requests_to_hub());
+  EXPECT_EQ(hub.requests(), requests_with_token());
 }
 
 TEST_F(HubToken, stands_in_the_file_byte_for_byte) {
@@ -112,11 +110,7 @@ TEST_F(HubToken, is_not_written_down_while_the_mirror_is_asked_nor_sent_there) {
   use_mirror(server.port());
   EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(sights, (Words{"no file", "no file", private_header(), "no file", private_header()}));
-  Words requests;
-  for (const std::string& path : mirror_paths) {
-    requests.push_back(get_request(path, host_of(server)));
-  }
-  EXPECT_EQ(server.requests(), requests);
+  EXPECT_EQ(server.requests(), requests_for(mirror_paths, host_of(server)));
 }
 
 TEST_F(HubToken, does_not_follow_a_redirect_to_another_host) {
@@ -129,8 +123,8 @@ TEST_F(HubToken, does_not_follow_a_redirect_to_another_host) {
       VELUN_HUB_CERTIFICATE);
   use_hub(sending_on.port());
   EXPECT_EQ(fetch(), success(fresh_fetch));
-  EXPECT_EQ(sending_on.requests(), requests_to_hub());
-  EXPECT_EQ(store.requests(), Words(3, get_request("/blob", host_of(store))));
+  EXPECT_EQ(sending_on.requests(), requests_with_token());
+  EXPECT_EQ(store.requests(), requests_for(Words(3, "/blob"), host_of(store)));
 }
 
 TEST_F(HubToken, needs_no_permission_call_to_be_private_under_a_mask_that_hides_nothing) {
