@@ -218,7 +218,7 @@ class RunCurl : public ::testing::Test {
 };
 
 TEST_F(RunCurl, returns_the_exit_code) {
-  for (int code = 0; code <= 255; ++code) {
+  for (const int code : {0, 1, 2, 22, 23, 56, 99, 126, 127, 128, 255}) {
     EXPECT_EQ(status_of("exit " + std::to_string(code)), code);
   }
 }

@@ -83,12 +83,14 @@ using FetchWithFaults = WithFaults<FetchFault>;
 
 // Held up long enough for curl to end, velun asks in vain how it did.
 TEST_F(FetchWithFaults, a_wait_that_fails_counts_as_a_finished_download) {
-  const ScriptedProgram curl = scripted("output []\nexit 22");
+  put("tokenizer.json", tokenizer_body);
+  put("calibration.json", calibration_body);
+  const ScriptedProgram curl = scripted("output graph\nexit 22");
   EXPECT_EQ(seen(with_fault(sandbox, {"model", "fetch"},
-                            "wait4:error=ECHILD:delay_enter=500000:when=1+")),
-            success(fresh_fetch));
-  EXPECT_EQ(curl.runs().size(), 3U);
-  expect_bundle_of({{tokenizer_path, "[]"}, {calibration_path, "[]"}, {graph_path, "[]"}});
+                            "wait4:error=ECHILD:delay_enter=2000000:when=1+")),
+            success(fetch_that_finds({"tokenizer.json", "calibration.json"})));
+  EXPECT_EQ(curl.runs().size(), 1U);
+  EXPECT_EQ(read_file(bundle() / "model.fp32.onnx"), "graph");
 }
 
 }  // namespace
