@@ -42,7 +42,7 @@ TEST_F(StartChild, that_exits_is_collected_by_velun_itself) {
   EXPECT_FALSE(is_running(daemon.runs()[0].pid));
 }
 
-TEST_F(StartChild, whose_exec_failed_ends_with_127) {
+TEST_F(StartChild, whose_exec_failed_is_on_record_and_ends_with_127) {
   sandbox.environment["VELUND"] = "/does/not/exist";
   // The second probe holds velun up, so that it can be ended before it collects the child.
   std::atomic<int> probes = 0;
@@ -53,9 +53,11 @@ TEST_F(StartChild, whose_exec_failed_ends_with_127) {
   ASSERT_TRUE(eventually([&] { return probes == 2; }));
   kill(velun, SIGKILL);
   ASSERT_NE(wait_for(velun, std::chrono::seconds(10)), -1);
-  const int status =
-      wait_for(std::atoi(read_file(sandbox.pid_file()).c_str()), std::chrono::seconds(10));
-  ASSERT_TRUE(WIFEXITED(status));
+  // Only this process's own child or one that it adopted can be waited for.
+  const pid_t pid = std::stoi(read_file(sandbox.pid_file()));
+  EXPECT_EQ(read_file(sandbox.pid_file()), std::to_string(pid) + "\n");
+  const int status = wait_for(pid, std::chrono::seconds(10));
+  ASSERT_TRUE(status != -1 && WIFEXITED(status));
   EXPECT_EQ(WEXITSTATUS(status), 127);
   EXPECT_EQ(read_file(sandbox.output_file()), "could not start /does/not/exist: exec failed\n");
 }

@@ -74,15 +74,6 @@ TEST_F(StartWait, believes_an_answer_though_the_child_has_forked_and_ended) {
   EXPECT_TRUE(is_running(daemon.runs()[1].pid));
 }
 
-TEST_F(StartWait, waits_for_nobody_when_the_child_has_forked_and_ended) {
-  const ScriptedProgram daemon = install_daemon("fork\nforever");
-  const Outcome run = sandbox.velun({"start"});
-  EXPECT_EQ(seen(run), failure(exited_text(daemon.path() + " " + spaced(sandbox.daemon_flags()))));
-  EXPECT_LT(run.took, milliseconds(4000));
-  ASSERT_TRUE(eventually([&] { return daemon.runs().size() == 2; }));
-  EXPECT_TRUE(is_running(daemon.runs()[1].pid));
-}
-
 TEST_F(StartWait, gives_up_after_fifty_tries_and_leaves_the_child_running) {
   const ScriptedProgram daemon = install_daemon("log-term\nforever");
   write_file(sandbox.state_dir() / "control.token", "secret\n");
