@@ -109,21 +109,6 @@ TEST_F(Stop, leaves_a_live_process_alone_when_no_daemon_answers) {
   EXPECT_EQ(read_file(sandbox.pid_file()), number + "\n");
 }
 
-TEST_F(Stop, removes_the_record_of_a_dead_process_when_nothing_answers) {
-  sandbox.write_pid_file(pid_of_a_dead_process());
-  EXPECT_EQ(stop(), success("not running\n"));
-  EXPECT_FALSE(pid_file_exists());
-}
-
-TEST_F(Stop, keeps_the_record_of_a_dead_process_when_a_daemon_answers) {
-  const std::string text = std::to_string(pid_of_a_dead_process()) + "\n";
-  sandbox.write_pid_file(text);
-  const LoopbackServer control = answering_port();
-  EXPECT_EQ(stop(), failure("a daemon answers on port " + port_text() +
-                            " but this CLI did not start it — not touching it\n"));
-  EXPECT_EQ(read_file(sandbox.pid_file()), text);
-}
-
 TEST_F(Stop, leaves_a_daemon_alone_that_was_started_by_hand) {
   const ScriptedProgram daemon(sandbox.root() / "daemon", "log-term\nforever");
   const pid_t pid = launch_by_hand(daemon);
@@ -137,16 +122,6 @@ TEST_F(Stop, leaves_a_daemon_alone_that_was_started_by_hand) {
 TEST_F(Stop, says_not_running_without_a_pid_file_and_creates_nothing) {
   EXPECT_EQ(stop(), success("not running\n"));
   EXPECT_FALSE(fs::exists(sandbox.state_dir()));
-}
-
-TEST_F(Stop, ends_what_start_started) {
-  const ScriptedProgram daemon = install_daemon("forever");
-  const LoopbackServer control = port_of_daemon(daemon);
-  EXPECT_EQ(sandbox.velun({"start"}).status, 0);
-  ASSERT_EQ(daemon.runs().size(), 1U);
-  EXPECT_EQ(stop(), success("stopped\n"));
-  EXPECT_FALSE(is_running(daemon.runs()[0].pid));
-  EXPECT_FALSE(pid_file_exists());
 }
 
 }  // namespace
