@@ -11,27 +11,52 @@ namespace {
 
 using Words = std::vector<std::string>;
 
+/// The words for a default configuration, `after_quiet` in their place and `last` at the end.
+Words argv_with(const Words& after_quiet, const Words& last) {
+  Words argv = {"--anthropic-port", "8900", "--openai-port", "8901",
+                "--control-port",   "8902", "--quiet"};
+  argv.insert(argv.end(), after_quiet.begin(), after_quiet.end());
+  argv.insert(argv.end(), {"--detector", "local", "--names"});
+  argv.insert(argv.end(), last.begin(), last.end());
+  return argv;
+}
+
 TEST(DaemonArgv, of_a_default_configuration_names_no_state_directory) {
-  EXPECT_EQ(daemon_argv(Config()),
-            (Words{"--anthropic-port", "8900", "--openai-port", "8901", "--control-port", "8902",
-                   "--quiet", "--detector", "local", "--names"}));
+  EXPECT_EQ(daemon_argv(Config()), argv_with({}, {}));
 }
 
 TEST(DaemonArgv, protects_in_mode_protect_only) {
-  for (const char* mode : {"off", "watch", "monitor", "Protect", "protect ", ""}) {
+  for (const char* mode : {"off", "watch", "monitor", "Protect", "protect ", "", "protect"}) {
     Config config;
     config.mode = mode;
-    EXPECT_EQ(daemon_argv(config), daemon_argv(Config())) << mode;
+    const Words protect = mode == std::string("protect") ? Words{"--protect"} : Words{};
+    EXPECT_EQ(daemon_argv(config), argv_with(protect, {})) << mode;
   }
 }
 
-TEST(DaemonArgv, keeps_empty_words_in_their_places) {
+TEST(DaemonArgv, leaves_names_out_when_it_is_false) {
   Config config;
-  config.intercept_apps = {"", "chatgpt", ""};
-  const Words argv = daemon_argv(config);
-  ASSERT_EQ(argv.size(), 14U);
-  EXPECT_EQ(Words(argv.begin() + 10, argv.end()),
-            (Words{"--intercept", ",chatgpt,", "--intercept-port", "8903"}));
+  config.names = false;
+  Words expected = argv_with({}, {});
+  expected.pop_back();
+  EXPECT_EQ(daemon_argv(config), expected);
+}
+
+TEST(DaemonArgv, joins_applications_with_one_comma_and_keeps_empty_words_in_their_places) {
+  Config config;
+  config.intercept_apps = {"chatgpt"};
+  EXPECT_EQ(daemon_argv(config),
+            argv_with({}, {"--intercept", "chatgpt", "--intercept-port", "8903"}));
+  config.intercept_apps = {"", "claude-desktop", "an app", ""};
+  config.intercept_port = 4242;
+  EXPECT_EQ(daemon_argv(config),
+            argv_with({}, {"--intercept", ",claude-desktop,an app,", "--intercept-port", "4242"}));
+}
+
+TEST(DaemonArgv, leaves_the_interception_port_out_without_applications) {
+  Config config;
+  config.intercept_port = 4242;
+  EXPECT_EQ(daemon_argv(config), argv_with({}, {}));
 }
 
 // The config file refuses the two together, so only the function can be asked.
@@ -39,9 +64,7 @@ TEST(DaemonArgv, prefers_an_endpoint_to_a_model_directory) {
   Config config;
   config.endpoint_url = "http://engine";
   config.model_dir = "/model";
-  EXPECT_EQ(daemon_argv(config), (Words{"--anthropic-port", "8900", "--openai-port", "8901",
-                                        "--control-port", "8902", "--quiet", "--detector", "local",
-                                        "--names", "--model-endpoint", "http://engine"}));
+  EXPECT_EQ(daemon_argv(config), argv_with({}, {"--model-endpoint", "http://engine"}));
 }
 
 // The whole vector that the daemon really receives, argument zero included.
@@ -64,18 +87,6 @@ class StartArguments : public Lifecycle {
   }
 };
 
-TEST_F(StartArguments, have_protect_in_its_place_in_mode_protect_only) {
-  expect_flags("", sandbox.daemon_flags());
-  expect_flags("mode: monitor\n", sandbox.daemon_flags());
-  expect_flags("mode: protect\n", sandbox.daemon_flags({"--protect"}));
-}
-
-TEST_F(StartArguments, leave_names_out_when_it_is_false) {
-  Words flags = sandbox.daemon_flags();
-  flags.pop_back();
-  expect_flags("names: false\n", flags);
-}
-
 TEST_F(StartArguments, hand_an_engine_on_as_written) {
   expect_flags(
       "endpoint_url: 'http://engine.local:9/a b?c=\"d\"#e'\n",
@@ -83,18 +94,6 @@ TEST_F(StartArguments, hand_an_engine_on_as_written) {
   const std::string model = sandbox.root().string() + "//a model\\\xff é/";
   std::filesystem::create_directory(model);
   expect_flags("model_dir: " + model + "\n", sandbox.daemon_flags({}, {"--model", model}));
-}
-
-TEST_F(StartArguments, join_applications_with_one_comma_in_the_order_of_the_list) {
-  expect_flags("intercept_apps: [chatgpt]\n",
-               sandbox.daemon_flags({}, {"--intercept", "chatgpt", "--intercept-port", "8903"}));
-  expect_flags("intercept_apps: [claude-desktop,  chatgpt , \"an app\"]\nintercept_port: 4242\n",
-               sandbox.daemon_flags({}, {"--intercept", "claude-desktop,chatgpt,an app",
-                                         "--intercept-port", "4242"}));
-}
-
-TEST_F(StartArguments, leave_the_interception_port_out_without_applications) {
-  expect_flags("intercept_apps: []\nintercept_port: 4242\n", sandbox.daemon_flags());
 }
 
 TEST_F(StartArguments, keep_their_order_when_there_are_all_of_them) {
@@ -108,8 +107,6 @@ TEST_F(StartArguments, hand_the_state_directory_on_as_written_wherever_it_is_nam
   const std::string root = sandbox.root().string();
   sandbox.environment["XDG_DATA_HOME"] = root + "/data";
   expect_state_dir("", root + "/data/velun");
-  sandbox.environment["VELUN_STATE_DIR"] = root + "/from the environment/";
-  expect_state_dir("", root + "/from the environment/");
   expect_state_dir("state_dir: " + root + "//state of mine/\n", root + "//state of mine/");
 }
 

@@ -1,8 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "daemon/command_line.h"
+#include "tests/support/environment_variable.h"
 #include "tests/support/lifecycle.h"
 
 namespace fs = std::filesystem;
@@ -55,56 +54,12 @@ TEST_F(StartProgram, is_the_file_beside_the_tool_even_when_velund_names_another)
   EXPECT_EQ(other.runs().size(), 0U);
 }
 
-TEST_F(StartProgram, is_a_directory_beside_the_tool_though_it_cannot_be_executed) {
-  const ScriptedProgram other = install_daemon(at_once);
-  const fs::path tool = copy_tool();
-  fs::create_directory(sandbox.root() / "bin/velund");
-  expect_not_executable((sandbox.root() / "bin/velund").string(), with(tool));
-  EXPECT_EQ(other.runs().size(), 0U);
-}
-
 TEST_F(StartProgram, is_a_file_beside_the_tool_though_it_may_not_be_executed) {
   const ScriptedProgram other = install_daemon(at_once);
   const fs::path tool = copy_tool();
   write_file(sandbox.root() / "bin/velund", "plain text");
   expect_not_executable((sandbox.root() / "bin/velund").string(), with(tool));
   EXPECT_EQ(other.runs().size(), 0U);
-}
-
-TEST_F(StartProgram, is_a_link_beside_the_tool_under_the_name_of_the_link) {
-  const fs::path tool = copy_tool();
-  const ScriptedProgram target(sandbox.root() / "far/target", at_once);
-  fs::create_symlink(target.path(), sandbox.root() / "bin/velund");
-  expect_executed(target, (sandbox.root() / "bin/velund").string(), with(tool));
-}
-
-TEST_F(StartProgram, is_not_a_dangling_link_beside_the_tool) {
-  const ScriptedProgram named = install_daemon(at_once);
-  const fs::path tool = copy_tool();
-  fs::create_symlink(sandbox.root() / "gone", sandbox.root() / "bin/velund");
-  expect_executed(named, named.path(), with(tool));
-}
-
-TEST_F(StartProgram, stands_beside_the_tool_itself_and_not_beside_a_link_to_it) {
-  const fs::path tool = copy_tool();
-  const ScriptedProgram beside(sandbox.root() / "bin/velund", at_once);
-  const ScriptedProgram beside_the_link(sandbox.root() / "links/velund", at_once);
-  fs::create_symlink(tool, sandbox.root() / "links/velun");
-  expect_executed(beside, beside.path(), with(sandbox.root() / "links/velun"));
-  EXPECT_EQ(beside_the_link.runs().size(), 0U);
-}
-
-TEST_F(StartProgram, beside_a_link_to_the_tool_does_not_count) {
-  const ScriptedProgram named = install_daemon(at_once);
-  const ScriptedProgram beside_the_link(sandbox.root() / "links/velund", at_once);
-  fs::create_symlink(copy_tool(), sandbox.root() / "links/velun");
-  expect_executed(named, named.path(), with(sandbox.root() / "links/velun"));
-  EXPECT_EQ(beside_the_link.runs().size(), 0U);
-}
-
-TEST_F(StartProgram, beside_a_tool_called_by_a_relative_path_is_found) {
-  const ScriptedProgram beside(sandbox.root() / "bin/velund", at_once);
-  expect_executed(beside, beside.path(), called("../bin/./velun", sandbox.home()));
 }
 
 TEST_F(StartProgram, is_looked_for_in_the_working_directory_that_has_a_file_of_the_bare_name) {
@@ -161,17 +116,45 @@ TEST_F(StartProgram, that_is_nowhere_on_the_search_path_is_named_in_both_message
   expect_not_executable("velund");
 }
 
-// A tool started without any argument zero has nothing to look beside.
-TEST(FindDaemonProgram, falls_back_when_the_argument_zero_is_empty) {
-  setenv("VELUND", "from the environment", 1);
-  EXPECT_EQ(find_daemon_program(""), "from the environment");
-  unsetenv("VELUND");
-  EXPECT_EQ(find_daemon_program(""), "velund");
+// Where it is looked for, asked of the function: no process is needed to tell.
+class FindDaemonProgram : public ::testing::Test {
+ protected:
+  FindDaemonProgram() { write_file(tool, ""); }
+
+  Sandbox sandbox;
+  fs::path tool = sandbox.root() / "bin/velun";
+  fs::path beside = sandbox.root() / "bin/velund";
+  EnvironmentVariable named{"VELUND", "named"};
+};
+
+TEST_F(FindDaemonProgram, takes_a_directory_beside_the_tool) {
+  fs::create_directory(beside);
+  EXPECT_EQ(find_daemon_program(tool), beside);
 }
 
-TEST(FindDaemonProgram, falls_back_when_the_argument_zero_is_too_long_to_be_a_path) {
-  unsetenv("VELUND");
-  EXPECT_EQ(find_daemon_program("/" + std::string(5000, 'v')), "velund");
+TEST_F(FindDaemonProgram, takes_a_link_beside_the_tool_under_its_own_name_unless_it_dangles) {
+  fs::create_symlink(sandbox.root() / "target", beside);
+  EXPECT_EQ(find_daemon_program(tool), "named");
+  write_file(sandbox.root() / "target", "");
+  EXPECT_EQ(find_daemon_program(tool), beside);
+}
+
+TEST_F(FindDaemonProgram, looks_beside_the_tool_itself_and_not_beside_a_link_to_it) {
+  const fs::path link = sandbox.root() / "links/velun";
+  write_file(sandbox.root() / "links/velund", "");
+  fs::create_symlink(tool, link);
+  EXPECT_EQ(find_daemon_program(link), "named");
+  write_file(beside, "");
+  EXPECT_EQ(find_daemon_program(link), beside);
+}
+
+// An empty one comes from a caller that gives the tool no arguments at all.
+TEST_F(FindDaemonProgram, falls_back_when_the_argument_zero_is_empty_or_too_long_to_be_a_path) {
+  for (const std::string& argument_zero : {std::string(), "/" + std::string(5000, 'v')}) {
+    EXPECT_EQ(find_daemon_program(argument_zero), "named");
+    const EnvironmentVariable none("VELUND", nullptr);
+    EXPECT_EQ(find_daemon_program(argument_zero), "velund");
+  }
 }
 
 }  // namespace
