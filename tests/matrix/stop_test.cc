@@ -1,12 +1,20 @@
 // Every meeting of a pid file, a process and a control port that `stop` can find, and what it has
 // to do in each: one table, which knows nothing of how velun does it.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include "tests/matrix/scene.h"
-#include "tests/matrix/side_by_side.h"
+#include <algorithm>
+#include <cstdlib>
+#include <deque>
+#include <map>
+#include <optional>
+
+#include "tests/matrix/player.h"
 #include "tests/support/bystander.h"
+#include "tests/support/sandbox.h"
 
 namespace fs = std::filesystem;
 
@@ -44,35 +52,42 @@ constexpr Pid_text pid_texts[] = {
     {"the pid before a word", "%abc\n", true},
 };
 
+constexpr int never = -1;
+
 struct Process {
   const char* name;
-  const char* words;  // how it is played; none: there is no such process
-  bool has_port;      // it is the one that holds the control port
-  bool alive;         // as far as a user can tell by a signal
-  bool ends;          // within five seconds of SIGTERM
-  bool feels;         // it can be told by a signal at all
+  bool exists;
+  bool has_port;  // it is the one that holds the control port
+  bool alive;     // as far as a user can tell by a signal
+  int lasts_ms;   // from a signal to its end
+  bool zombie;    // what is recorded is its dead child
 };
 
 constexpr Process processes[] = {
-    {"none", nullptr, false, false, false, false},
-    {"the daemon", "leads term=late", true, true, true, true},
-    {"a daemon that dies at once", "leads", true, true, true, true},
-    {"a daemon that ignores the signal", "leads term=ignored", true, true, false, true},
-    {"a bystander", "leads", false, true, true, true},
-    {"another user's", "leads", false, false, true, true},
-    {"a zombie", "leads zombie", false, true, false, false},
+    {"none", false, false, false, 0, false},
+    {"the daemon", true, true, true, 250, false},
+    {"a daemon that dies at once", true, true, true, 0, false},
+    {"a daemon that ignores the signal", true, true, true, never, false},
+    {"a bystander", true, false, true, 0, false},
+    {"another user's", true, false, false, 0, false},
+    {"a zombie", true, false, true, never, true},
 };
 
 struct Port {
-  const char* name;
-  const char* answer;  // none: nothing listens
-  bool healthy;
+  const char* name = "";
+  bool taken = false;
+  bool healthy = false;
+  Reply reply = {};
 };
 
-constexpr Port ports[] = {
-    {"free", nullptr, false},          {"healthy", "healthy", true}, {"500", "500", false},
-    {"empty 200", "empty", false},     {"mute", "mute", false},      {"garbage", "garbage", false},
-    {"half an answer", "half", false},
+const Port ports[] = {
+    {"free", false, false, {}},
+    {"healthy", true, true, answer(200, "ok")},
+    {"500", true, false, answer(500, "broken")},
+    {"empty 200", true, false, answer(200, "")},
+    {"mute", true, false, {"", Ending::hang}},
+    {"garbage", true, false, {"\x16\x03\x01 this is another protocol\r\n\r\n"}},
+    {"half an answer", true, false, {"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nok"}},
 };
 
 // What the three come to.
@@ -113,9 +128,12 @@ struct Combination {
   // Ports that make no difference but in the HTTP client are left to the whole matrix.
   bool is_for_every_day() const {
     const std::string_view kind = port->name;
-    return (kind == "free" || kind == "healthy" || kind == "500") && !is_slow();
+    return (kind == "free" || kind == "healthy" || kind == "500") && !takes_seconds();
   }
-  bool is_slow() const { return recorded_and_alive() && port->healthy && !process->ends; }
+  bool takes_seconds() const {
+    return port->reply.ending == Ending::hang ||
+           (recorded_and_alive() && port->healthy && process->lasts_ms == never);
+  }
   std::string name() const {
     return std::string("pid file: ") + pid_text->name + "; process: " + process->name +
            "; control port: " + port->name;
@@ -128,34 +146,70 @@ const Rule& rule_for(const Combination& cell) {
   };
   for (const Rule& rule : rules) {
     if (fits(rule.recorded_and_alive, cell.recorded_and_alive()) &&
-        fits(rule.healthy, cell.port->healthy) && fits(rule.ending, cell.process->ends)) {
+        fits(rule.healthy, cell.port->healthy) &&
+        fits(rule.ending, cell.process->lasts_ms != never)) {
       return rule;
     }
   }
   throw std::logic_error("no rule for " + cell.name());
 }
 
+// The text with each mark replaced.
+std::string filled(const std::string& text, const std::map<char, std::string>& marks) {
+  std::string result;
+  for (const char c : text) {
+    const auto mark = marks.find(c);
+    result += mark == marks.end() ? std::string(1, c) : mark->second;
+  }
+  return result;
+}
+
+std::string at(const fs::path& path) {
+  if (fs::is_directory(path)) {
+    return "directory of " + testing::PrintToString(names_in(path));
+  }
+  return fs::exists(path) ? "file of " + read_file(path) : "nothing";
+}
+
 // The combination with real processes.
 class Stopping {
  public:
   explicit Stopping(const Combination& cell) : cell_(cell) {
-    scene_.play("neighbour", "leads");
-    pid_ = play_process();
-    if (cell.port->answer != nullptr && !cell.process->has_port) {
-      scene_.play("listener", listening());
+    sandbox_.configure();
+    neighbour_.emplace(Part());
+    if (cell.process->exists) {
+      process_.emplace(process_part());
+      companion_.emplace(Part{.group = getpgid(process_->pid()), .user = process_part().user});
     }
+    if (cell.port->taken && !cell.process->has_port) {
+      listener_.emplace(Part{.port = sandbox_.control_port(), .reply = cell.port->reply});
+    }
+    pid_ = process_ ? process_->pid() : pid_of_a_dead_process();
     write_pid_file();
   }
 
-  void play() {
-    RunOptions options = scene_.beside("neighbour");
+  // In a process group with the neighbour, so that a signal to velun's own group would be seen.
+  void start() {
+    RunOptions options;
     options.as_nobody = as_nobody();
-    const Outcome run = scene_.sandbox.velun({"stop"}, options);
-    if (cell_.is("unreadable")) {
-      fs::permissions(scene_.sandbox.pid_file(), fs::perms::owner_read, missing_);
+    options.in_child = [group = neighbour_->pid(), file = err_file()] {
+      const int err = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+      if (setpgid(0, group) != 0 || dup2(err, STDERR_FILENO) < 0) {
+        _exit(126);
+      }
+    };
+    velun_ = sandbox_.start_velun({"stop"}, options);
+  }
+
+  void judge() const {
+    const int status = wait_for(velun_, std::chrono::seconds(60));
+    Outcome run{.out = read_file(sandbox_.output_file()), .err = read_file(err_file())};
+    (WIFEXITED(status) ? run.status : run.signal) =
+        WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status);
+    if (cell_.is("unreadable") && fs::exists(sandbox_.pid_file())) {
+      fs::permissions(sandbox_.pid_file(), fs::perms::owner_read);
     }
-    const std::string got = seen(run) + at(scene_.sandbox.pid_file()) + "\n" + scene_.signals();
-    EXPECT_EQ(got, expected());
+    EXPECT_EQ(seen(run) + at(sandbox_.pid_file()) + "\n" + fates(), expected()) << cell_.name();
   }
 
  private:
@@ -165,27 +219,18 @@ class Stopping {
     return geteuid() == 0 && (cell_.is("unreadable") || cell_.other_user());
   }
 
-  std::string listening() const {
-    return "port=" + std::to_string(scene_.sandbox.control_port()) +
-           " answer=" + cell_.port->answer;
-  }
+  fs::path err_file() const { return sandbox_.root() / "err"; }
 
-  // A companion is in its process group.
-  pid_t play_process() {
-    const Process& process = *cell_.process;
-    if (process.words == nullptr) {
-      return pid_of_a_dead_process();
+  Part process_part() const {
+    Part part{.zombie = cell_.process->zombie, .lasts_ms = cell_.process->lasts_ms};
+    if (as_nobody() && !cell_.other_user()) {
+      part.user = nobody;
     }
-    std::string words = process.words;
-    if (process.has_port && cell_.port->answer != nullptr) {
-      words += " " + listening();
+    if (cell_.port->taken && cell_.process->has_port) {
+      part.port = sandbox_.control_port();
+      part.reply = cell_.port->reply;
     }
-    const bool as_velun = as_nobody() && !cell_.other_user();
-    const std::string uid = as_velun ? " uid=" + std::to_string(nobody) : "";
-    words += uid;
-    const pid_t pid = scene_.play("process", words);
-    scene_.play("companion", "group=" + std::to_string(pid) + uid);
-    return process.feels ? pid : scene_.pid_of("zombie");
+    return part;
   }
 
   std::string pid_text() const {
@@ -194,20 +239,27 @@ class Stopping {
   }
 
   void write_pid_file() const {
-    const fs::path file = scene_.sandbox.pid_file();
+    const fs::path file = sandbox_.pid_file();
     if (cell_.is("a directory")) {
       fs::create_directories(file / "inside");
     } else if (cell_.pid_text->text != nullptr) {
-      scene_.sandbox.write_pid_file(pid_text());
+      sandbox_.write_pid_file(pid_text());
     }
     if (cell_.is("unreadable")) {
       fs::permissions(file, fs::perms::none);
     }
   }
 
+  std::string fates() const {
+    return "process: " + (process_ ? process_->fate() : "") +
+           "\ncompanion: " + (companion_ ? companion_->fate() : "") +
+           "\nlistener: " + (listener_ ? listener_->fate() : "") +
+           "\nneighbour: " + neighbour_->fate();
+  }
+
   std::string pid_file_afterwards(const Rule& rule) const {
     if (cell_.is("a directory")) {
-      return "directory of inside";
+      return "directory of { \"inside\" }";
     }
     return cell_.pid_text->text == nullptr || rule.removes_pid_file ? "nothing"
                                                                     : "file of " + pid_text();
@@ -215,40 +267,36 @@ class Stopping {
 
   std::string expected() const {
     const Rule& rule = rule_for(cell_);
-    const Process& process = *cell_.process;
-    const std::string err =
-        filled(rule.err,
-               {{'%', std::to_string(pid_)}, {'@', std::to_string(scene_.sandbox.control_port())}});
-    std::string text = ended(rule.status, rule.out, err) + pid_file_afterwards(rule) + "\n";
-    if (process.words != nullptr) {
-      text += untouched("companion");
+    const std::string err = filled(
+        rule.err, {{'%', std::to_string(pid_)}, {'@', std::to_string(sandbox_.control_port())}});
+    std::string fate = process_ ? "there" : "";
+    if (rule.sends_term && !cell_.process->zombie) {
+      fate = cell_.process->lasts_ms == never ? "15 there" : "15 ended";
     }
-    if (cell_.port->answer != nullptr && !process.has_port) {
-      text += untouched("listener");
-    }
-    text += untouched("neighbour");
-    if (process.words == nullptr) {
-      return text;
-    }
-    if (!rule.sends_term || !process.feels) {
-      return text + untouched("process");
-    }
-    return text + "process: 15 " + (process.ends ? "ended\n" : "there\n");
+    return ended(rule.status, rule.out, err) + pid_file_afterwards(rule) + "\nprocess: " + fate +
+           "\ncompanion: " + (companion_ ? "there" : "") +
+           "\nlistener: " + (listener_ ? "there" : "") + "\nneighbour: there";
   }
 
-  Combination cell_;
-  Scene scene_;
+  const Combination cell_;
+  Sandbox sandbox_;
+  std::optional<Player> neighbour_;
+  std::optional<Player> process_;
+  std::optional<Player> companion_;  // in the process group of the process
+  std::optional<Player> listener_;
   pid_t pid_ = 0;
-  std::error_code missing_;
+  pid_t velun_ = 0;
 };
 
 // Texts that a velun gone wrong could take for -1, which stands for every process there is, are
 // tried only where there is no other.
 bool is_wanted(const Combination& cell) {
   const bool is_dangerous = cell.is("every process") || cell.is("thirty digits");
-  return is_dangerous ? runs_apart() : wants_whole_matrix() || cell.is_for_every_day();
+  return is_dangerous ? std::getenv("VELUN_MATRIX_APART") != nullptr
+                      : std::getenv("VELUN_WHOLE_MATRIX") != nullptr || cell.is_for_every_day();
 }
 
+// Those that take seconds come first, and so wait together.
 std::vector<Combination> combinations(bool of_another_user) {
   std::vector<Combination> cells;
   for (const Pid_text& pid_text : pid_texts) {
@@ -261,24 +309,37 @@ std::vector<Combination> combinations(bool of_another_user) {
       }
     }
   }
+  std::stable_partition(cells.begin(), cells.end(),
+                        [](const Combination& cell) { return cell.takes_seconds(); });
   return cells;
 }
 
-void play_all(const std::string& title, const std::vector<Combination>& cells) {
-  side_by_side(
-      title, cells.size(), [&](std::size_t i) { Stopping(cells[i]).play(); },
-      [&](std::size_t i) { return cells[i].name(); });
+// Most of them only wait, so that many go on at a time.
+void play_all(const std::vector<Combination>& cells) {
+  constexpr std::size_t at_once = 48;
+  for (std::size_t next = 0; next < cells.size() && !testing::Test::HasFailure();) {
+    std::deque<Stopping> scenes;
+    while (next < cells.size() && scenes.size() < at_once) {
+      scenes.emplace_back(cells[next++]);
+    }
+    for (Stopping& scene : scenes) {
+      scene.start();
+    }
+    for (const Stopping& scene : scenes) {
+      scene.judge();
+    }
+  }
 }
 
 TEST(StopMatrix, signals_only_what_is_recorded_while_a_daemon_answers) {
-  play_all("stop", combinations(false));
+  play_all(combinations(false));
 }
 
 TEST(StopMatrix, takes_a_process_of_another_user_for_gone) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "takes root, to run processes of two users";
   }
-  play_all("stop, another user's process", combinations(true));
+  play_all(combinations(true));
 }
 
 }  // namespace
