@@ -119,6 +119,8 @@ pid_t spawn(const Launch& launch) {
   if (pid == 0) {
     become(launch);
   }
+  // One of the same number may have ended long ago, and nobody asked how.
+  ended().erase(pid);
   return pid;
 }
 
