@@ -9,13 +9,9 @@
 namespace velun::test {
 
 #ifdef _LIBCPP_VERSION
-inline constexpr std::string_view begin_of_last_words =
-    "libc++abi: terminating with uncaught exception of type ";
 inline constexpr std::string_view no_memory =
     "libc++abi: terminating with uncaught exception of type std::bad_alloc: std::bad_alloc\n";
 #else
-inline constexpr std::string_view begin_of_last_words =
-    "terminate called after throwing an instance of ";
 inline constexpr std::string_view no_memory =
     "terminate called after throwing an instance of 'std::bad_alloc'\n  what():  std::bad_alloc\n";
 #endif
