@@ -24,20 +24,6 @@ inline LoopbackServer::Handler healthy_with(const std::string& body) {
   return healthy_with(answer(200, body));
 }
 
-/// Expects of each answer that making a report of it raises the JSON library's type error.
-template <typename Report>
-void expect_type_error(const Report& report, const std::vector<std::string>& answers) {
-  for (const std::string& answer : answers) {
-    SCOPED_TRACE(answer.substr(0, 200));
-    try {
-      report(answer);
-      ADD_FAILURE() << "there is a report";
-    } catch (const std::exception& error) {
-      EXPECT_EQ(std::string(error.what()).substr(0, 27), "[json.exception.type_error.");
-    }
-  }
-}
-
 /// The text of the error that making a report of the answer raises.
 template <typename Report>
 std::string error_of(const Report& report, const std::string& answer) {
@@ -48,6 +34,19 @@ std::string error_of(const Report& report, const std::string& answer) {
   }
   return "none";
 }
+
+/// Expects of each answer that making a report of it raises the JSON library's type error.
+template <typename Report>
+void expect_type_error(const Report& report, const std::vector<std::string>& answers) {
+  for (const std::string& answer : answers) {
+    EXPECT_EQ(error_of(report, answer).substr(0, 27), "[json.exception.type_error.")
+        << answer.substr(0, 200);
+  }
+}
+
+/// Bodies that are not JSON, comments among them, which the library takes when it is told to.
+inline const std::vector<std::string> not_json = {
+    "", " ", "ok", "{", "{} x", "// c\n{}", "{/**/}", "{'a':1}", R"({"a":1,})", "{\"a\":\"\xff\"}"};
 
 /// `levels` arrays, one inside the other, as JSON text.
 inline std::string nested_arrays(std::size_t levels) {
