@@ -80,15 +80,37 @@ TEST_F(FewDescriptors, four_to_six_leave_too_few_to_ask_which_counts_as_no_daemo
   }
 }
 
+TEST_F(FewDescriptors, seven_are_enough_to_start_and_stop_a_daemon) {
+  const ScriptedProgram daemon = install_daemon("forever");
+  const LoopbackServer control = port_of_daemon(daemon);
+  const std::string start = with(7, {"start"});
+  ASSERT_EQ(daemon.runs().size(), 1U);
+  EXPECT_EQ(start, success(running_text(daemon.runs()[0].pid, "watch")));
+  EXPECT_EQ(with(7, {"stop"}), success("stopped\n"));
+}
+
+TEST_F(FewDescriptors, seven_are_enough_to_fetch_a_model) {
+  const ScriptedProgram curl = install_curl(sandbox, "output []");
+  EXPECT_EQ(with(7, {"model", "fetch"}),
+            success("fetching velun-pii-m-v1.3 (full)\n"
+                    "  tokenizer.json (~34 MB)\n"
+                    "  calibration.json (~0 MB)\n"
+                    "  model.fp32.onnx (~1.200000 GB)\n"
+                    "done. activate it with: velun model use velun-pii-m-v1.3\n"));
+  EXPECT_EQ(curl.runs().size(), 3U);
+}
+
 class LittleMemory : public FewDescriptors {
  protected:
   const RunOptions six_megabytes = with_limit(RLIMIT_AS, 6'000'000);
 };
 
-TEST_F(LittleMemory, is_enough_for_everything_usual) {
+TEST_F(LittleMemory, is_enough_for_what_starts_no_other_program) {
   const LoopbackServer control(sandbox.control_port(), healthy_with("{}"));
-  for (const Words& words : {Words{"help"}, Words{"config"}, Words{"status"}, Words{"stats"},
-                             Words{"log"}, Words{"mode", "watch"}, Words{"model", "list"}}) {
+  for (const Words& words :
+       {Words{"help"}, Words{"setup"}, Words{"config"}, Words{"start"}, Words{"stop"},
+        Words{"status"}, Words{"stats"}, Words{"log"}, Words{"mode", "watch"},
+        Words{"model", "list"}, Words{"model", "use", "x"}}) {
     EXPECT_EQ(seen(sandbox.velun(words, six_megabytes)), seen(sandbox.velun(words))) << words[0];
   }
 }
