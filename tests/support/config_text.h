@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -81,9 +82,31 @@ inline Judged judge(std::string_view text) {
   return result;
 }
 
-inline void expect_problems(const std::vector<TextCase>& rows) {
+/// The lines of `fields_of` that are not those of the defaults.
+inline std::string changed_fields_of(const Config& config) {
+  const std::string defaults = "\n" + fields_of(Config());
+  std::istringstream fields(fields_of(config));
+  std::string changed;
+  for (std::string field; std::getline(fields, field);) {
+    changed += defaults.find("\n" + field + "\n") == std::string::npos ? field + "\n" : "";
+  }
+  return changed;
+}
+
+/// The fields that a text changed, then every problem as "! PROBLEM\n".
+inline std::string judgement_of(std::string_view text) {
+  const Judged judged = judge(text);
+  std::string result = changed_fields_of(judged.config);
+  std::istringstream problems(judged.problems);
+  for (std::string problem; std::getline(problems, problem);) {
+    result += "! " + problem + "\n";
+  }
+  return result;
+}
+
+inline void expect_judgements(const std::vector<TextCase>& rows) {
   for (const TextCase& row : rows) {
-    EXPECT_EQ(judge(row.text).problems, row.expected) << "for the text:\n" << row.text;
+    EXPECT_EQ(judgement_of(row.text), row.expected) << "for the text:\n" << row.text;
   }
 }
 
