@@ -9,16 +9,12 @@
 namespace velun::test {
 namespace {
 
-Judged reread(const Config& config) {
-  return judge(render_config(config));
-}
-
 // Records as the validator makes them, with texts that are mostly made of troublesome characters.
 class Generator {
  public:
   explicit Generator(unsigned seed) : random_(seed) {}
 
-  // Every field by name, so that an eleventh one stops the build instead of going untested.
+  // Every field by name, so that a new one stops the build instead of going untested.
   Config config() {
     Config result;
     auto& [mode, model_dir, endpoint_url, anthropic_port, openai_port, control_port, state_dir,
@@ -92,23 +88,22 @@ class Generator {
 TEST(RoundTrip, a_rendered_record_reads_back_to_the_same_record) {
   for (unsigned seed = 1; seed <= 5000; ++seed) {
     const Config config = Generator(seed).config();
-    const Judged judged = reread(config);
+    const Judged judged = judge(render_config(config));
     ASSERT_EQ(judged.problems, "") << "seed " << seed << ":\n" << render_config(config);
     ASSERT_EQ(fields_of(judged.config), fields_of(config)) << "seed " << seed;
-    ASSERT_EQ(judged.config, config) << "seed " << seed;
   }
 }
 
 // Whoever adds a field adds it to the generator as well.
 TEST(RoundTrip, is_tried_with_more_than_the_default_of_every_field) {
-  std::istringstream defaults(fields_of(Config()));
-  for (std::string line; std::getline(defaults, line);) {
-    bool varied = false;
-    for (unsigned seed = 1; seed <= 100 && !varied; ++seed) {
-      varied = ("\n" + fields_of(Generator(seed).config())).find("\n" + line + "\n") ==
-               std::string::npos;
-    }
-    EXPECT_TRUE(varied) << line;
+  std::string changed;
+  for (unsigned seed = 1; seed <= 100; ++seed) {
+    changed += "\n" + changed_fields_of(Generator(seed).config());
+  }
+  std::istringstream fields(fields_of(Config()));
+  for (std::string field; std::getline(fields, field);) {
+    EXPECT_NE(changed.find("\n" + field.substr(0, field.find('=') + 1)), std::string::npos)
+        << field;
   }
 }
 
@@ -117,8 +112,7 @@ TEST(RoundTrip, outer_blanks_tabs_and_text_that_looks_quoted_survive) {
                                 "'/srv/state'", "\"/srv/state\"", "'", "\"", "\"\"", "''", "'a"}) {
     Config config;
     config.state_dir = directory;
-    EXPECT_EQ(reread(config).problems, "");
-    EXPECT_EQ(reread(config).config, config) << directory;
+    EXPECT_EQ(judgement_of(render_config(config)), changed_fields_of(config));
   }
 }
 
@@ -126,70 +120,46 @@ TEST(RoundTrip, a_model_and_an_endpoint_read_back_with_the_exclusion_problem) {
   Config config;
   config.model_dir = "/m";
   config.endpoint_url = "http://e";
-  EXPECT_EQ(reread(config).problems,
-            "model_dir and endpoint_url exclude each other — the daemon runs one detection engine "
-            "per launch\n");
-  EXPECT_EQ(reread(config).config, config);
+  EXPECT_EQ(
+      judgement_of(render_config(config)),
+      "model_dir=/m\nendpoint_url=http://e\n"
+      "! model_dir and endpoint_url exclude each other — the daemon runs one detection engine "
+      "per launch\n");
 }
 
-TEST(RoundTripLoss, an_interception_port_without_apps_is_lost) {
+TEST(RoundTripLoss, of_an_interception_port_without_apps) {
   Config config;
   config.intercept_port = 9104;
-  EXPECT_EQ(reread(config).problems, "");
-  EXPECT_EQ(reread(config).config, Config());
+  EXPECT_EQ(judgement_of(render_config(config)), "");
 }
 
-TEST(RoundTripLoss, an_item_with_a_comma_is_split_there) {
-  Config config;
-  config.intercept_apps = {"a,b", "c, d", ","};
-  EXPECT_EQ(reread(config).problems, "");
-  EXPECT_EQ(reread(config).config.intercept_apps,
-            (std::vector<std::string>{"\"a", "b\"", "\"c", "d\"", "\"", "\""}));
+TEST(RoundTripLoss, of_a_carriage_return_at_the_end_of_a_bare_value_with_the_blanks_before_it) {
+  const TextCase rows[] = {
+      {"/s\r", "/s"}, {"/s\r\r", "/s\r"}, {"/s  \r", "/s"}, {"/s \r\r", "/s \r"}};
+  for (const TextCase& row : rows) {
+    Config config;
+    config.state_dir = row.text;
+    EXPECT_EQ(judgement_of(render_config(config)), "state_dir=" + std::string(row.expected) + "\n");
+  }
 }
 
-TEST(RoundTripLoss, an_empty_item_is_dropped) {
-  Config config;
-  config.intercept_apps = {"", "a", ""};
-  EXPECT_EQ(reread(config).problems, "");
-  EXPECT_EQ(reread(config).config.intercept_apps, std::vector<std::string>{"a"});
-}
-
-TEST(RoundTripLoss, a_bare_value_loses_one_carriage_return_at_its_end) {
-  Config config;
-  config.state_dir = "/srv/state\r";
-  config.model_dir = "/srv/model\r\r";
-  EXPECT_EQ(reread(config).problems, "");
-  EXPECT_EQ(reread(config).config.state_dir, "/srv/state");
-  EXPECT_EQ(reread(config).config.model_dir, "/srv/model\r");
-}
-
-TEST(RoundTripLoss, blanks_before_that_carriage_return_are_lost_with_it) {
-  Config config;
-  config.state_dir = "/srv/state  \r";
-  config.model_dir = "/srv/model \r\r";
-  EXPECT_EQ(reread(config).problems, "");
-  EXPECT_EQ(reread(config).config.state_dir, "/srv/state");
-  EXPECT_EQ(reread(config).config.model_dir, "/srv/model \r");
-}
-
-TEST(RoundTripLoss, an_apostrophe_in_a_bare_item_can_hide_a_quote_and_bare_a_comment_sign) {
-  Config config;
-  config.intercept_apps = {"it's", "Ada's #1"};
-  EXPECT_EQ(reread(config).problems, "line 7: unterminated list\n");
-  EXPECT_EQ(reread(config).config.intercept_apps, std::vector<std::string>{});
-}
-
-TEST(RoundTripLoss, an_apostrophe_in_a_bare_item_can_move_the_end_of_the_quotes) {
-  Config config;
-  config.intercept_apps = {"a'b", ":'", "#"};
-  EXPECT_EQ(reread(config).problems, "line 7: unterminated list\n");
-}
-
-TEST(RoundTripLoss, an_apostrophe_in_a_bare_item_often_does_no_harm) {
-  Config config;
-  config.intercept_apps = {"it's", "all #1", "fine"};
-  EXPECT_EQ(reread(config).problems, "");
-  EXPECT_EQ(reread(config).config.intercept_apps, config.intercept_apps);
+// The items of a list, and what becomes of it: a comma splits, an empty item is dropped, and an
+// apostrophe in a bare item can hide a quote or bare a comment sign behind it, but often does no
+// harm.
+TEST(RoundTripLoss, of_items_with_commas_of_empty_ones_and_by_apostrophes) {
+  const std::pair<std::vector<std::string>, std::string> rows[] = {
+      {{"a,b", "c, d", ","},
+       R"(intercept_apps="a|b"|"c|d"|"|")"
+       "\n"},
+      {{"", "a", ""}, "intercept_apps=a\n"},
+      {{"it's", "Ada's #1"}, "! line 7: unterminated list\n"},
+      {{"a'b", ":'", "#"}, "! line 7: unterminated list\n"},
+      {{"it's", "all #1", "fine"}, "intercept_apps=it's|all #1|fine\n"}};
+  for (const auto& [items, judgement] : rows) {
+    Config config;
+    config.intercept_apps = items;
+    EXPECT_EQ(judgement_of(render_config(config)), judgement);
+  }
 }
 
 }  // namespace
