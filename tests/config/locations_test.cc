@@ -10,161 +10,95 @@ namespace fs = std::filesystem;
 namespace velun::test {
 namespace {
 
-class ConfigPath : public ::testing::Test {
- protected:
-  ScopedEnvironment environment;
+// What the environment holds, and the path that follows from it.
+struct Row {
+  std::vector<std::pair<std::string, std::string>> variables;
+  std::string path;
 };
 
-TEST_F(ConfigPath, is_its_variable_as_it_stands_before_all_others) {
-  environment.set("VELUN_CLI_CONFIG", "./a//b/../my \"file\".yaml");
-  environment.set("XDG_CONFIG_HOME", "/xdg");
-  environment.set("HOME", "/home/ada");
-  EXPECT_EQ(config_path().native(), "./a//b/../my \"file\".yaml");
+void expect_paths(fs::path (*path_of)(), const std::vector<Row>& rows) {
+  for (const Row& row : rows) {
+    const ScopedEnvironment environment;
+    for (const auto& [name, value] : row.variables) {
+      environment.set(name, value);
+    }
+    EXPECT_EQ(path_of().native(), row.path);
+  }
 }
 
-TEST_F(ConfigPath, is_empty_when_its_variable_is_set_but_empty) {
-  environment.set("VELUN_CLI_CONFIG", "");
-  environment.set("XDG_CONFIG_HOME", "/xdg");
-  environment.set("HOME", "/home/ada");
-  EXPECT_EQ(config_path().native(), "");
+TEST(ConfigPath, is_chosen_by_the_first_variable_that_counts) {
+  expect_paths(
+      config_path,
+      {{{{"VELUN_CLI_CONFIG", "./a//b/../my \"file\".yaml"},
+         {"XDG_CONFIG_HOME", "/xdg"},
+         {"HOME", "/home/ada"}},
+        "./a//b/../my \"file\".yaml"},
+       {{{"VELUN_CLI_CONFIG", ""}, {"XDG_CONFIG_HOME", "/xdg"}, {"HOME", "/home/ada"}}, ""},
+       {{{"XDG_CONFIG_HOME", "/xdg"}, {"HOME", "/home/ada"}}, "/xdg/velun/velun.yaml"},
+       {{{"XDG_CONFIG_HOME", ""}, {"HOME", "/home/ada"}}, "/home/ada/.config/velun/velun.yaml"},
+       {{{"HOME", "/home/ada"}, {"XDG_DATA_HOME", "/data"}, {"VELUN_STATE_DIR", "/state"}},
+        "/home/ada/.config/velun/velun.yaml"},
+       {{{"HOME", ""}}, ".config/velun/velun.yaml"},
+       {{}, "/tmp/.config/velun/velun.yaml"}});
 }
 
-TEST_F(ConfigPath, is_below_xdg_config_home_before_home) {
-  environment.set("XDG_CONFIG_HOME", "/xdg");
-  environment.set("HOME", "/home/ada");
-  EXPECT_EQ(config_path().native(), "/xdg/velun/velun.yaml");
+TEST(StateDir, is_chosen_by_the_first_variable_that_counts) {
+  expect_paths(
+      default_state_dir,
+      {{{{"VELUN_STATE_DIR", "../state/"}, {"XDG_DATA_HOME", "/data"}, {"HOME", "/home/ada"}},
+        "../state/"},
+       {{{"VELUN_STATE_DIR", ""}, {"XDG_DATA_HOME", "/data"}, {"HOME", "/home/ada"}}, ""},
+       {{{"XDG_DATA_HOME", "/data"}, {"HOME", "/home/ada"}}, "/data/velun"},
+       {{{"XDG_DATA_HOME", ""}, {"HOME", "/home/ada"}}, "/home/ada/.local/share/velun"},
+       {{{"HOME", "/home/ada"}, {"XDG_CONFIG_HOME", "/xdg"}, {"VELUN_CLI_CONFIG", "/etc/v.yaml"}},
+        "/home/ada/.local/share/velun"},
+       {{{"HOME", ""}}, ".local/share/velun"},
+       {{}, "/tmp/.local/share/velun"}});
 }
 
-TEST_F(ConfigPath, is_below_home_when_xdg_config_home_is_set_but_empty) {
-  environment.set("XDG_CONFIG_HOME", "");
-  environment.set("HOME", "/home/ada");
-  EXPECT_EQ(config_path().native(), "/home/ada/.config/velun/velun.yaml");
-}
-
-TEST_F(ConfigPath, is_below_home_without_other_variables) {
-  environment.set("HOME", "/home/ada");
-  EXPECT_EQ(config_path().native(), "/home/ada/.config/velun/velun.yaml");
-}
-
-TEST_F(ConfigPath, is_relative_when_home_is_set_but_empty) {
-  environment.set("HOME", "");
-  EXPECT_EQ(config_path().native(), ".config/velun/velun.yaml");
-}
-
-TEST_F(ConfigPath, is_below_tmp_without_a_home) {
-  EXPECT_EQ(config_path().native(), "/tmp/.config/velun/velun.yaml");
-}
-
-TEST_F(ConfigPath, is_looked_up_anew_on_every_call) {
-  environment.set("HOME", "/home/ada");
-  ASSERT_EQ(config_path().native(), "/home/ada/.config/velun/velun.yaml");
-  environment.set("HOME", "/home/grace");
-  EXPECT_EQ(config_path().native(), "/home/grace/.config/velun/velun.yaml");
-}
-
-TEST_F(ConfigPath, is_not_moved_by_the_variables_of_the_state_directory) {
-  environment.set("HOME", "/home/ada");
-  environment.set("XDG_DATA_HOME", "/data");
-  environment.set("VELUN_STATE_DIR", "/state");
-  EXPECT_EQ(config_path().native(), "/home/ada/.config/velun/velun.yaml");
-}
-
-class StateDir : public ::testing::Test {
- protected:
-  ScopedEnvironment environment;
-  Config config;
-};
-
-TEST_F(StateDir, is_its_variable_as_it_stands_before_all_others) {
-  environment.set("VELUN_STATE_DIR", "../state/");
-  environment.set("XDG_DATA_HOME", "/data");
-  environment.set("HOME", "/home/ada");
-  EXPECT_EQ(default_state_dir().native(), "../state/");
-}
-
-TEST_F(StateDir, is_empty_when_its_variable_is_set_but_empty) {
-  environment.set("VELUN_STATE_DIR", "");
-  environment.set("XDG_DATA_HOME", "/data");
-  environment.set("HOME", "/home/ada");
-  EXPECT_EQ(default_state_dir().native(), "");
-  EXPECT_EQ(pid_file_of(config).native(), "velun-cli.pid");
-  EXPECT_EQ(models_dir_of(config).native(), "models");
-}
-
-TEST_F(StateDir, is_below_xdg_data_home_before_home) {
-  environment.set("XDG_DATA_HOME", "/data");
-  environment.set("HOME", "/home/ada");
-  EXPECT_EQ(default_state_dir().native(), "/data/velun");
-}
-
-TEST_F(StateDir, is_below_home_when_xdg_data_home_is_set_but_empty) {
-  environment.set("XDG_DATA_HOME", "");
-  environment.set("HOME", "/home/ada");
-  EXPECT_EQ(default_state_dir().native(), "/home/ada/.local/share/velun");
-}
-
-TEST_F(StateDir, is_relative_when_home_is_set_but_empty) {
-  environment.set("HOME", "");
-  EXPECT_EQ(default_state_dir().native(), ".local/share/velun");
-}
-
-TEST_F(StateDir, is_below_tmp_without_a_home) {
-  EXPECT_EQ(default_state_dir().native(), "/tmp/.local/share/velun");
-}
-
-TEST_F(StateDir, is_not_moved_by_the_variables_of_the_config_file) {
-  environment.set("HOME", "/home/ada");
-  environment.set("XDG_CONFIG_HOME", "/xdg");
-  environment.set("VELUN_CLI_CONFIG", "/etc/velun.yaml");
-  EXPECT_EQ(default_state_dir().native(), "/home/ada/.local/share/velun");
-}
-
-TEST_F(StateDir, comes_from_the_environment_when_the_record_names_none) {
-  environment.set("VELUN_STATE_DIR", "/state");
-  EXPECT_EQ(state_dir_of(config).native(), "/state");
-  EXPECT_EQ(models_dir_of(config).native(), "/state/models");
-  EXPECT_EQ(pid_file_of(config).native(), "/state/velun-cli.pid");
-}
-
-TEST_F(StateDir, of_the_record_wins_and_moves_all_files_in_it) {
-  environment.set("VELUN_STATE_DIR", "/state");
-  config.state_dir = "/srv/velun";
-  EXPECT_EQ(state_dir_of(config).native(), "/srv/velun");
-  EXPECT_EQ(models_dir_of(config).native(), "/srv/velun/models");
-  EXPECT_EQ(pid_file_of(config).native(), "/srv/velun/velun-cli.pid");
+// The record's directory, the environment's, and where the files are then.
+TEST(StateDir, of_the_record_wins_and_moves_all_files_in_it) {
+  const std::string rows[][3] = {
+      {"", "/state", "/state/"}, {"/srv/velun", "/state", "/srv/velun/"}, {"", "", ""}};
+  for (const auto& [recorded, variable, place] : rows) {
+    const ScopedEnvironment environment;
+    environment.set("VELUN_STATE_DIR", variable);
+    Config config;
+    config.state_dir = recorded;
+    EXPECT_EQ(state_dir_of(config).native(), recorded.empty() ? variable : recorded);
+    EXPECT_EQ(models_dir_of(config).native(), place + "models");
+    EXPECT_EQ(pid_file_of(config).native(), place + "velun-cli.pid");
+  }
 }
 
 class InTheStateDir : public ::testing::Test {
  protected:
   InTheStateDir() { config.state_dir = sandbox.root() / "state"; }
 
-  std::string token_of(const std::string& file) {
-    write_file(sandbox.root() / "state/control.token", file);
-    return read_control_token(config);
-  }
-
   Sandbox sandbox;
+  const fs::path token_file = sandbox.root() / "state/control.token";
   Config config;
 };
 
 TEST_F(InTheStateDir, the_token_is_the_first_line_of_its_file_untouched) {
-  EXPECT_EQ(token_of("s3cret\n"), "s3cret");
-  EXPECT_EQ(token_of("s3cret"), "s3cret");
-  EXPECT_EQ(token_of("first\nsecond\n"), "first");
-  EXPECT_EQ(token_of("s3cret\r\n"), "s3cret\r");
-  EXPECT_EQ(token_of("s3cret  \t\n"), "s3cret  \t");
-  EXPECT_EQ(token_of("  s3cret\n"), "  s3cret");
-  EXPECT_EQ(token_of(std::string("a\0b\xff\n", 5)), std::string("a\0b\xff", 4));
-}
-
-TEST_F(InTheStateDir, the_token_is_empty_when_its_file_starts_with_no_text) {
-  EXPECT_EQ(token_of(""), "");
-  EXPECT_EQ(token_of("\nsecond\n"), "");
+  const std::pair<std::string, std::string> rows[] = {
+      {"s3cret\n", "s3cret"},
+      {"s3cret", "s3cret"},
+      {"first\nsecond\n", "first"},
+      {"s3cret\r\n", "s3cret\r"},
+      {" s3cret  \t\n", " s3cret  \t"},
+      {std::string("a\0b\xff\n", 5), std::string("a\0b\xff", 4)},
+      {"", ""},
+      {"\nsecond\n", ""}};
+  for (const auto& [content, token] : rows) {
+    write_file(token_file, content);
+    EXPECT_EQ(read_control_token(config), token);
+  }
 }
 
 TEST_F(InTheStateDir, the_token_is_empty_without_a_file_that_can_be_read) {
   EXPECT_EQ(read_control_token(config), "");
-  fs::create_directories(sandbox.root() / "state/control.token");
+  fs::create_directories(token_file);
   EXPECT_EQ(read_control_token(config), "");
 }
 
@@ -172,7 +106,8 @@ TEST_F(InTheStateDir, the_token_moves_with_the_directory) {
   const ScopedEnvironment environment;
   environment.set("VELUN_STATE_DIR", sandbox.root() / "other");
   write_file(sandbox.root() / "other/control.token", "other\n");
-  EXPECT_EQ(token_of("own\n"), "own");
+  write_file(token_file, "own\n");
+  EXPECT_EQ(read_control_token(config), "own");
   EXPECT_EQ(read_control_token(Config()), "other");
 }
 
