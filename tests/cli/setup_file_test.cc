@@ -13,50 +13,28 @@ namespace {
 
 class SetupFile : public SetupDialogue {};
 
-TEST_F(SetupFile, offers_the_configured_mode_and_model_and_empty_answers_keep_both) {
-  give_file("mode: protect\nmodel_dir: /data/m\n");
-  expect_dialogue("\n\n", transcript("protect", "/data/m"),
-                  written("protect", "model_dir: /data/m\n"));
-}
-
-TEST_F(SetupFile, offers_the_configured_engine_and_an_empty_answer_keeps_it) {
-  give_file("endpoint_url: \"http://engine:9000\"\n");
-  expect_dialogue("\n\n", transcript("watch", "http://engine:9000"),
-                  written("watch", "endpoint_url: \"http://engine:9000\"\n"));
-}
-
-TEST_F(SetupFile, offers_watch_for_the_old_word_monitor) {
-  give_file("mode: monitor\n");
-  expect_dialogue("\n\n", transcript("watch", "none"), written("watch"));
-}
-
-TEST_F(SetupFile, none_removes_a_configured_model) {
-  give_file("model_dir: /data/m\n");
-  expect_dialogue("\nnone\n", transcript("watch", "/data/m"), written("watch"));
-}
-
-TEST_F(SetupFile, none_removes_a_configured_engine) {
-  give_file("endpoint_url: http://engine\n");
-  expect_dialogue("\nnone\n", transcript("watch", "http://engine"), written("watch"));
-}
-
-TEST_F(SetupFile, an_engine_replaces_a_configured_model) {
-  give_file("model_dir: /data/m\n");
-  expect_dialogue("\nhttps://engine\n", transcript("watch", "/data/m"),
-                  written("watch", "endpoint_url: \"https://engine\"\n"));
-}
-
-TEST_F(SetupFile, a_model_replaces_a_configured_engine) {
-  give_file("endpoint_url: http://engine\n");
-  expect_dialogue("\n/data/m\n", transcript("watch", "http://engine"),
-                  written("watch", "model_dir: /data/m\n"));
-}
-
-// An offer that is taken goes the way of a typed answer.
-TEST_F(SetupFile, a_kept_model_whose_path_begins_with_http_becomes_an_engine) {
-  give_file("model_dir: httpdocs/m\n");
-  expect_dialogue("\n\n", transcript("watch", "httpdocs/m"),
-                  written("watch", "endpoint_url: httpdocs/m\n"));
+// What the file holds, what is answered, the mode and the detection that are offered, and what the
+// new file holds of both.
+TEST_F(SetupFile, what_it_holds_is_offered_and_kept_or_replaced) {
+  const std::string model = "model_dir: /data/m\n";
+  const std::string engine = "endpoint_url: http://engine\n";
+  const std::string engine_saved = "endpoint_url: \"http://engine\"\n";
+  const std::string rows[][6] = {
+      {"mode: protect\n" + model, "\n\n", "protect", "/data/m", "protect", model},
+      {engine, "\n\n", "watch", "http://engine", "watch", engine_saved},
+      {"mode: monitor\n", "\n\n", "watch", "none", "watch", ""},
+      {model, "\nnone\n", "watch", "/data/m", "watch", ""},
+      {engine, "\nnone\n", "watch", "http://engine", "watch", ""},
+      {model, "\nhttp://engine\n", "watch", "/data/m", "watch", engine_saved},
+      {engine, "\n/data/m\n", "watch", "http://engine", "watch", model},
+      // An offer that is taken goes the way of a typed answer.
+      {"model_dir: httpdocs/m\n", "\n\n", "watch", "httpdocs/m", "watch",
+       "endpoint_url: httpdocs/m\n"},
+  };
+  for (const auto& [content, input, mode, detection, new_mode, line] : rows) {
+    give_file(content);
+    expect_dialogue(input, transcript(mode, detection), written(new_mode, line));
+  }
 }
 
 TEST_F(SetupFile, a_kept_model_named_none_is_cleared) {
