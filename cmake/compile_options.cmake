@@ -4,6 +4,8 @@ include(CheckCXXCompilerFlag)
 
 set(velun_strict_flags)
 if(VELUN_STRICT)
+  # Ninja prints a command that fails; its options go to a file to keep that short.
+  set(CMAKE_NINJA_FORCE_RESPONSE_FILE ON)
   foreach(flag
       -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
       -Wcast-align -Wcast-qual -Wnon-virtual-dtor -Woverloaded-virtual -Wnull-dereference
