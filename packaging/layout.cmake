@@ -1,10 +1,10 @@
-# Run by CPack between an installation and its packing: the last steps, which depend on the kind of
-# package. Everything here is relative to what is about to be packed.
+# CPack runs this after the installation and before packing: the steps that depend on the kind of
+# package. All paths are below the directory to be packed.
 cmake_minimum_required(VERSION 3.22)
 
 set(root "${CPACK_TEMPORARY_INSTALL_DIRECTORY}")
 
-# The licence of the JSON library asks for its notice to go with the program.
+# The licence of the JSON library requires its notice to accompany the program.
 function(take_notice docdir)
   set(notice /usr/share/doc/nlohmann-json3-dev/copyright)
   if(EXISTS ${notice})
@@ -18,7 +18,7 @@ function(compress file)
   execute_process(COMMAND gzip -9n "${file}" COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
-# A text as a paragraph of a Debian control file.
+# Turns a text into a paragraph of a Debian control file.
 function(indented text result)
   string(REGEX REPLACE "\n\n" "\n.\n" text "${text}")
   string(REGEX REPLACE "\n\n" "\n.\n" text "${text}")
@@ -42,7 +42,7 @@ function(lay_out_debian)
   set(docdir "${root}/usr/share/doc/velun")
   take_notice("${docdir}")
   write_copyright("${docdir}")
-  # Debian's zsh looks for the completions of packages in a directory of their own.
+  # Debian's zsh reads the completions of packages from another directory.
   file(RENAME "${root}/usr/share/zsh/site-functions" "${root}/usr/share/zsh/vendor-completions")
   string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
   configure_file("${CPACK_VELUN_SOURCE}/packaging/changelog.in" "${docdir}/changelog.Debian" @ONLY)
@@ -57,7 +57,7 @@ function(lay_out_debian)
   compress("${root}/usr/share/man/man5/velun.yaml.5")
 endfunction()
 
-# The archive is unpacked below /usr/local, while CPack installed it below a directory of its own.
+# Users unpack the archive below /usr/local, but CPack installed it below a staging directory.
 function(lay_out_archive)
   take_notice("${root}/share/doc/velun")
   set(bindir /usr/local/bin)

@@ -1,5 +1,5 @@
-# Run by CPack when a package is there. CPack packs an archive in the order in which the file system
-# lists it and under the name of whoever builds it; packed again, it is the same everywhere.
+# CPack runs this after it has made a package. CPack packs an archive in the order of the file system
+# and with the name of the builder. This packs it again in a fixed order and as root.
 cmake_minimum_required(VERSION 3.22)
 
 if(CPACK_GENERATOR STREQUAL "TGZ")
