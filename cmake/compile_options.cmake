@@ -20,7 +20,7 @@ if(VELUN_STRICT)
   list(APPEND velun_strict_flags -Werror)
 endif()
 
-# Compiles `target` as the chosen preset asks for.
+# Compiles and links `target` with the options of the preset.
 function(velun_compile_options target)
   target_compile_options(${target} PRIVATE ${velun_strict_flags})
   if(VELUN_SANITIZE)
@@ -31,7 +31,7 @@ function(velun_compile_options target)
     target_link_options(${target} PRIVATE ${sanitizers})
   endif()
   if(VELUN_FUZZ)
-    # Without its main function, which only the targets have.
+    # no-link: only the targets get libFuzzer's main function.
     target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
     target_link_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
   endif()
@@ -41,10 +41,10 @@ function(velun_compile_options target)
   endif()
 endfunction()
 
-# Marks a source that uses Asio or Beast: GCC takes what is looked up in them for a null pointer once
-# it has inlined it; older releases use std::result_of, which C++20 has dropped, unless they are told
-# of its successor; and Beast's parser asserts that a chunked answer does not end in pieces as small
-# as it may, which is nothing to end velun for in whatever kind of build.
+# Sets the options of a source that uses Asio or Beast. GCC wrongly warns of null pointers in their
+# inlined code. Older releases use std::result_of, which C++20 has dropped, unless the macro names its
+# successor. Beast's parser asserts that a chunked answer does not end in very small pieces; such an
+# answer is valid and must not abort velun.
 function(velun_uses_asio source)
   set_source_files_properties(${source} PROPERTIES
     COMPILE_DEFINITIONS "BOOST_ASIO_HAS_STD_INVOKE_RESULT;BOOST_DISABLE_ASSERTS")

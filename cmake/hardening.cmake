@@ -1,14 +1,13 @@
-# What makes an error in velun harder to use against its user. Each flag is taken where the toolchain
-# knows it. Sanitizers bring checks of their own, which some of these would blind; counters are for
-# looking at branches, of which these would add their own; and in an unoptimised build the debugger is
-# to see an uninitialised variable as it is.
+# Compiler and linker options that make memory errors harder to exploit; each is used if the toolchain
+# knows it. Some would hide errors from the sanitizers, or add branches to the coverage counters, so
+# those builds go without. So do unoptimised ones: the debugger must show uninitialised variables.
 
 include(CheckCXXSourceCompiles)
 
 set(velun_hardening_compile)
 set(velun_hardening_link)
 
-# Adds compiler options, in `ARGN`, to what is used when they compile without a warning.
+# Uses the compiler options in `ARGN` if they compile without a warning.
 function(velun_try_hardening name)
   string(REPLACE ";" " " CMAKE_REQUIRED_FLAGS "-O2 -Werror ${ARGN}")
   check_cxx_source_compiles("#include <string>\nint main() { return 0; }" ${name})
@@ -30,12 +29,12 @@ if(NOT VELUN_SANITIZE AND NOT VELUN_COVERAGE)
   velun_try_hardening(has_stack_clash_protection -fstack-clash-protection)
   velun_try_hardening(has_control_flow_protection -fcf-protection=full)    # x86
   velun_try_hardening(has_branch_protection -mbranch-protection=standard)  # Arm
-  # A distribution's compiler may define another level by itself.
+  # The compilers of some distributions define another level by default.
   velun_try_hardening(has_fortify_source -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3)
   velun_try_hardening(has_library_assertions -D_GLIBCXX_ASSERTIONS)
   velun_try_hardening(has_zeroed_automatics -ftrivial-auto-var-init=zero)
   if(NOT has_zeroed_automatics)
-    # Clang before 16 wants to hear that this might be taken away again.
+    # Clang before 16 demands a second flag, which says that the first may be removed.
     velun_try_hardening(has_zeroed_automatics_if_named -ftrivial-auto-var-init=zero
       -enable-trivial-auto-var-init-zero-knowing-it-will-be-removed-from-clang)
   endif()
@@ -44,7 +43,7 @@ if(NOT VELUN_SANITIZE AND NOT VELUN_COVERAGE)
   velun_try_linker_hardening(has_noexecstack -Wl,-z,noexecstack)
 endif()
 
-# Compiles `target`, and links it where it is a program, with all of that.
+# Compiles `target` with these options, and links it with them if it is a program.
 function(velun_harden target)
   target_compile_options(${target} PRIVATE "$<$<NOT:$<CONFIG:Debug>>:${velun_hardening_compile}>")
   target_link_options(${target} PRIVATE "$<$<NOT:$<CONFIG:Debug>>:${velun_hardening_link}>")

@@ -1,5 +1,5 @@
-# What an installation consists of, where the shells, man and systemd look for it. A daemon is no part
-# of it: velund comes from elsewhere.
+# Installs velun where the shells, man and systemd look for its files. It installs no daemon: velund is
+# a separate program.
 
 include(GNUInstallDirs)
 set(VELUN_ZSH_COMPLETIONS_DIR "${CMAKE_INSTALL_DATADIR}/zsh/site-functions"
@@ -9,13 +9,13 @@ set(VELUN_SYSTEMD_USER_DIR "lib/systemd/user"
 set(velun_bash_completions_dir "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
 set(velun_fish_completions_dir "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
 
-# The manual names the version and the mirror.
+# Fills in the version and the mirror.
 configure_file(man/velun.1.in man/velun.1 @ONLY)
 configure_file(man/velun.yaml.5.in man/velun.yaml.5 @ONLY)
 
 include(cmake/linked_in.cmake)
 
-# The prefix may be chosen as late as at the installation.
+# Runs during the installation, because the prefix may be chosen only then.
 configure_file(cmake/prepare_install.cmake.in prepare_install.cmake @ONLY)
 install(SCRIPT ${PROJECT_BINARY_DIR}/prepare_install.cmake)
 

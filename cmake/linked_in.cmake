@@ -1,5 +1,5 @@
-# A list of what is linked into velun, with the licence of each by its SPDX identifier, for those who
-# redistribute it. Versions are those that this build found.
+# Writes the list of libraries that are linked into velun, with their licences as SPDX identifiers, for
+# redistributors. The versions are those that this build found.
 
 file(WRITE ${PROJECT_BINARY_DIR}/linked_in.cc
   "#include <string>\nlibraries=_GLIBCXX_RELEASE;__GLIBC__.__GLIBC_MINOR__;_LIBCPP_VERSION\n")
@@ -29,6 +29,6 @@ if(velun_static_pie)
   velun_add_linked_in("GNU C library, glibc" "${glibc_version}" LGPL-2.1-or-later)
 else()
   string(APPEND velun_linked_in
-    "\nThe C and C++ libraries are not among them: this velun finds them when it starts.\n")
+    "\nThe C and C++ libraries are not among them: velun loads them when it starts.\n")
 endif()
 configure_file(packaging/linked-in.txt.in linked-in.txt @ONLY)

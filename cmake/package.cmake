@@ -1,8 +1,8 @@
-# The packages: `cpack` in the build directory makes them, `./dev package` in a clean one.
+# `cpack` makes the packages in the build directory, `./dev package` in a clean one.
 
 set(VELUN_PACKAGE_MAINTAINER "velun maintainers <velun@quorvane.example>"
-    CACHE STRING "Who answers for the packages")
-set(VELUN_PACKAGE_ARCHITECTURE "" CACHE STRING "Debian's name of the processor; empty: found out")
+    CACHE STRING "The packages' maintainer")
+set(VELUN_PACKAGE_ARCHITECTURE "" CACHE STRING "The architecture in Debian's terms; if empty, that of the target")
 
 set(architecture "${VELUN_PACKAGE_ARCHITECTURE}")
 if(NOT architecture)
@@ -32,7 +32,7 @@ what it does, and downloads the detection model. In watch mode the daemon
 records where the requests of AI tools go and what they cost; in protect
 mode it replaces personal data before anything leaves the machine.
 .
-The daemon is a program of its own and no part of this package.")
+The daemon is a separate program and not part of this package.")
 
 set(CPACK_VELUN_SOURCE ${PROJECT_SOURCE_DIR})
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/layout.cmake)

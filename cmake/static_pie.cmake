@@ -1,7 +1,6 @@
-# velun is gone again after a moment, and looking up shared libraries would be most of its work: it
-# is linked as a static position-independent executable where the toolchain can make one. Not as a
-# plain -static one, whose start files register the unwind tables to be sorted at the first
-# exception.
+# Links velun as a static position-independent executable if the toolchain can make one: loading shared
+# libraries would take longer than most commands. A plain -static executable would register its unwind
+# tables, which are then sorted at the first exception.
 
 include(CheckCXXSourceCompiles)
 
@@ -20,10 +19,10 @@ if(VELUN_STATIC AND NOT VELUN_SANITIZE AND NOT VELUN_COVERAGE)
   endif()
 endif()
 
-# Sections of their own let the linker drop what nothing uses.
+# Puts each function into its own section, so the linker can drop unused ones.
 add_compile_options(-fPIE -ffunction-sections -fdata-sections)
 
-# Links the executable as far as possible without what it does not use or would have to look up.
+# Links the executable without unused code and, if possible, without shared libraries.
 function(velun_link_for_start_up target)
   target_link_options(${target} PRIVATE
     -Wl,--gc-sections $<IF:$<BOOL:${velun_static_pie}>,-static-pie,-pie>)

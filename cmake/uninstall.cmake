@@ -1,5 +1,5 @@
-# Removes what `cmake --install` put in place, below DESTDIR if that is set, and the directories that
-# it made, where nothing else has come to live in them: cmake -D BUILD=DIRECTORY -P uninstall.cmake
+# Removes the files that `cmake --install` installed, below DESTDIR if that is set, and the directories
+# that it created, if they are empty: cmake -D BUILD=DIRECTORY -P uninstall.cmake
 cmake_minimum_required(VERSION 3.22)
 
 set(manifest "${BUILD}/install_manifest.txt")
@@ -23,7 +23,7 @@ set(made)
 if(EXISTS "${directories}")
   file(STRINGS "${directories}" made)
 endif()
-# What is in a directory sorts behind it.
+# Subdirectories sort behind their parents, so they are removed first.
 list(SORT made ORDER DESCENDING)
 foreach(directory IN LISTS made)
   set(directory "$ENV{DESTDIR}${directory}")
