@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "config/outside_locations.h"
+#include "tests/support/config_text.h"
 #include "tests/support/sandbox.h"
 
 namespace velun::test {
@@ -154,6 +157,15 @@ TEST_F(Help, the_default_ports_are_shown_whatever_is_configured) {
   sandbox.configure("mode: protect\nnames: false\n");
   expect_text({"help", "ports"}, ports_help);
   expect_text({"help", "config"}, config_help);
+}
+
+TEST_F(Help, the_topic_config_has_a_line_for_every_field_of_the_record) {
+  std::istringstream fields(fields_of(Config()));
+  for (std::string field; std::getline(fields, field);) {
+    const std::string key = field.substr(0, field.find('='));
+    EXPECT_NE(config_help.find("\n  " + key + ": "), std::string::npos)
+        << "cli/help.cc and this file lack the key " << key;
+  }
 }
 
 TEST_F(Help, the_engines_source_is_named) {
