@@ -1,7 +1,12 @@
 """The keys of the configuration are the same in what velun prints, reads and writes and in the
-manual."""
+manual, and the stand-in takes the flags that they become."""
 
+import os
+import pathlib
 import re
+import socket
+import subprocess
+import tempfile
 
 from tree import expect_same, found, part, run_velun, text_of
 
@@ -74,3 +79,35 @@ def the_example_of_the_manual_is_valid_and_complete(build):
     expect_same(_without("endpoint_url"), _list, [line.split(":")[0] for line in lines],
                 "man/velun.yaml.5.in: EXAMPLES")
     expect_same(_without("endpoint_url"), _list, printed, "velun config")
+
+
+def the_stand_in_takes_the_flags_of_all_keys(build):
+    # As it is false in the list, `names` is no flag.
+    for keys in (_without("endpoint_url"), _without("model_dir", "names")):
+        printed = _start_and_stop(pathlib.Path(build).resolve(), _lines(keys))
+        expected = r"running \(pid \d+, mode protect\)\ndashboard: http://127.0.0.1:\d+/\nstopped\n"
+        assert re.fullmatch(expected, printed), (
+            f"tests/standin/flags.cc: with every key set, velun start and stop print\n{printed}")
+
+
+def _start_and_stop(build, lines):
+    """What `velun start` and `velun stop` print with these lines and ports that are free."""
+    # They are bound and never listen, so others leave them alone while the daemon can have them.
+    keepers = [socket.socket() for line in lines if "_port: " in line]
+    for keeper in keepers:
+        keeper.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        keeper.bind(("127.0.0.1", 0))
+    ports = iter(keepers)
+    lines = [re.sub(r"(_port: ).*", lambda port: f"{port[1]}{next(ports).getsockname()[1]}", line)
+             for line in lines]
+    with tempfile.TemporaryDirectory() as home:
+        file, output = pathlib.Path(home, "velun.yaml"), pathlib.Path(home, "output")
+        file.write_text("\n".join(lines) + "\n", encoding="utf-8")
+        environment = {"HOME": home, "PATH": os.defpath, "VELUN_CLI_CONFIG": file,
+                       "VELUND": build / "standin/velun-standin"}
+        # The daemon keeps the output open. It must not stay a zombie, which looks alive.
+        with open(output, "wb") as stream:
+            subprocess.run(["tini", "-s", "--", "sh", "-c", '"$0" start; "$0" stop', build / "velun"],
+                           cwd=home, env=environment, timeout=60, stdin=subprocess.DEVNULL,
+                           stdout=stream, stderr=stream, check=False)
+        return output.read_text(encoding="utf-8")
