@@ -43,7 +43,10 @@ def _without(*left_out):
 
 def _printed(build, lines):
     """The keys and values that velun prints for the lines of a configuration."""
-    text = run_velun(build, "config", config="\n".join(lines) + "\n").split("\n\n")[1]
+    try:
+        text = run_velun(build, "config", config="\n".join(lines) + "\n").split("\n\n")[1]
+    except AssertionError as refusal:
+        raise AssertionError(f"config/validator.cc refuses a line: {refusal}") from None
     return found(r"^([a-z_]+): (.*)$", text, "velun config")
 
 
@@ -107,7 +110,8 @@ def _start_and_stop(build, lines):
                        "VELUND": build / "standin/velun-standin"}
         # The daemon keeps the output open. It must not stay a zombie, which looks alive.
         with open(output, "wb") as stream:
-            subprocess.run(["tini", "-s", "--", "sh", "-c", '"$0" start; "$0" stop', build / "velun"],
-                           cwd=home, env=environment, timeout=60, stdin=subprocess.DEVNULL,
-                           stdout=stream, stderr=stream, check=False)
+            script = '"$0" start; "$0" stop'
+            subprocess.run(["tini", "-s", "--", "sh", "-c", script, build / "velun"], cwd=home,
+                           env=environment, timeout=60, stdin=subprocess.DEVNULL, stdout=stream,
+                           stderr=stream, check=False)
         return output.read_text(encoding="utf-8")
