@@ -9,16 +9,21 @@ class Command:
 
     name: str  # as the matrix shows it
     words: tuple
-    lines: str = ""  # of the config file, behind its ports; "none" for no file at all
+    lines: str = ""  # of the config file, after its ports; "none": there is no file
     answers: bool = False  # a daemon answers that velun has not started
     recorded: str = ""  # whose pid is on record: "daemon" (it answers), "bystander" or "dead"
     input: str = ""
-    bundle: str = ""  # what is in the models directory: "whole" or "half" of a bundle
+    bundle: str = ""  # "whole", or "half" and the file with the token as a killed fetch left them
     refused: bool = False  # neither the mirror nor the hub delivers anything
-    bound: int = 15  # seconds within which it ends, whatever fails
+    starts: bool = False  # may leave a daemon running
+    signals: tuple = ()  # also killed by these, at each call
 
+    @property
+    def bound(self):
+        """The seconds within which it ends, whatever fails: a start probes fifty times for half a
+        second each, with pauses in between, and may stop a daemon first."""
+        return 60 if self.starts else 15
 
-START_BOUND = 60  # fifty probes of half a second each, the pauses between them, and a stop before
 
 COMMANDS = [
     Command("help", ("help",)),
@@ -32,24 +37,24 @@ COMMANDS = [
     Command("stats", ("stats",)),
     Command("stats, up", ("stats",), answers=True),
     Command("log, up", ("log",), answers=True),
-    Command("start", ("start",), bound=START_BOUND),
-    Command("start, up", ("start",), answers=True, bound=START_BOUND),
+    Command("start", ("start",), starts=True, signals=("KILL",)),
+    Command("start, up", ("start",), answers=True, starts=True),
     Command("stop", ("stop",), recorded="daemon"),
     Command("stop, recycled pid", ("stop",), recorded="bystander"),
     Command("stop, foreign daemon", ("stop",), recorded="dead", answers=True),
     Command("stop, nothing there", ("stop",), recorded="dead"),
-    Command("restart", ("restart",), recorded="daemon", bound=START_BOUND),
-    Command("restart, recycled pid", ("restart",), recorded="bystander", bound=START_BOUND),
-    Command("mode watch", ("mode", "watch"), lines="mode: off\n", bound=START_BOUND),
-    Command("mode protect, up", ("mode", "protect"), recorded="daemon", bound=START_BOUND),
+    Command("restart", ("restart",), recorded="daemon", starts=True),
+    Command("restart, recycled pid", ("restart",), recorded="bystander", starts=True),
+    Command("mode watch", ("mode", "watch"), lines="mode: off\n", starts=True),
+    Command("mode protect, up", ("mode", "protect"), recorded="daemon", starts=True),
     Command("mode off", ("mode", "off"), recorded="bystander"),
     Command("mode off, up", ("mode", "off"), recorded="daemon"),
     Command("model list", ("model", "list"), bundle="whole"),
     Command("model use", ("model", "use", "velun-pii-m-v1.3"), bundle="whole", answers=True),
-    Command("model fetch", ("model", "fetch")),
+    Command("model fetch", ("model", "fetch"), signals=("INT", "TERM", "HUP", "QUIT", "KILL")),
     Command("model fetch, half there", ("model", "fetch"), bundle="half"),
     Command("model fetch, refused", ("model", "fetch"), refused=True),
 ]
 
-# A few of every folder, for the tests that run with every change.
+# One or two from each folder, for every run of the tests.
 SAMPLE = ["help nonsense", "config", "status, up", "stop, recycled pid", "model list"]

@@ -1,9 +1,9 @@
 """What must hold after every run, whatever call failed in it."""
 
+import json
 import re
 import signal
 
-import injection
 import place
 
 # What velun says on standard error, and the status that goes with it.
@@ -20,8 +20,7 @@ FAILURES = [
 ]
 USAGES = [r"usage: velun .*", r"no help topic `.*", r"unknown command `.*"]
 
-# What the last line on standard output is when the status is 0; reports end as they did when nothing
-# failed.
+# The last line on standard output if the status is 0; a report ends as if nothing had failed.
 SUCCESSES = [
     r"not running( \(configured mode: \w+\))?", r"stopped", r"dashboard: http://127.0.0.1:\d+/",
     r"already running on control port \d+", r"mode is off — .*", r"wrote .*",
@@ -29,12 +28,12 @@ SUCCESSES = [
     r"no models — .*", r"[ *] \S.*",
 ]
 
-# What a save writes when nothing keeps it from writing all.
+# A whole config file as a save writes it.
 RENDERING = re.compile(r"# Velun CLI configuration\. .*\nmode: (off|watch|protect)\n(\w+: .*\n)*"
                        r"names: (true|false)\n")
 
-# The ways in which velun may end through the termination path: directories that cannot be created,
-# a download that cannot be renamed, no memory.
+# The exceptions that may end velun: a directory that cannot be created, a download that cannot be
+# renamed, no memory.
 TERMINATION = re.compile(
     r"terminate called after throwing an instance of '(std::bad_alloc'"
     r"|std::filesystem::__cxx11::filesystem_error'\n"
@@ -45,43 +44,60 @@ def says(texts, lines):
     return any(re.fullmatch(text, line) for text in texts for line in lines)
 
 
+def last_line(run):
+    return (run.out.splitlines() or [""])[-1]
+
+
 def status_of_text(run, usual):
-    """The status that a script which reads velun's words would expect; none when they tell of no
-    end at all."""
+    """The status that a reader of velun's words would expect; none if they do not tell."""
     errors = run.err.splitlines()
     if says(FAILURES, errors):
         return 1
     if says(USAGES, errors):
         return 2
-    last = run.out.splitlines()[-1:]
-    if last and (run.generic(last[0]) == usual.last_line or says(SUCCESSES, last)):
-        return 0
-    return None
+    last = last_line(run)
+    return 0 if run.generic(last) == usual.last_line or says(SUCCESSES, [last]) else None
 
 
 def check_status(run, usual, silenced):
-    """Whether the way it ended agrees with what it said, so far as that could be written."""
-    if run.status < 0:
-        if run.status != -signal.SIGABRT:
-            return [f"ended by signal {-run.status}"]
-        if not TERMINATION.search(run.err) and 2 not in silenced:
-            return ["aborted, and not for an exception"]
-        return []
-    expected = status_of_text(run, usual)
-    if expected is None and not silenced:
-        return [f"status {run.status}, and the text tells of no end"]
-    if expected is not None and expected != run.status and not silenced:
-        return [f"status {run.status} where the text says {expected}"]
-    return []
+    """The status agrees with the text; a text that cannot be written does not change the status."""
+    if run.status == -signal.SIGABRT:
+        if TERMINATION.search(run.err) or 2 in silenced:
+            return []
+        return ["aborted without one of the agreed exceptions"]
+    expected = usual.status if silenced else status_of_text(run, usual)
+    return [] if run.status == expected else [f"status {run.status} instead of {expected}"]
 
 
-def check_truth(run):
-    """Whether what the last words say about the daemon is so."""
-    running = re.search(r"^running \(pid (\d+),", run.out, re.MULTILINE)
-    if running and not place.exists(int(running[1])):
-        return ["the daemon that is said to run does not"]
-    if "stopped\n" in run.out and not run.daemon_gone:
-        return ["the daemon that is said to be stopped is not"]
+def check_children(run, command, call):
+    """A daemon runs or has ended if velun says so, and nothing runs that is not on record."""
+    found = []
+    announced = re.search(r"^(?:running|started) \(pid (\d+)[,)]", run.out + run.err, re.MULTILINE)
+    # The daemon that was there already may answer for one that could not get the port.
+    if announced and int(announced[1]) not in run.running and not command.answers:
+        found.append("the daemon that is said to run does not")
+    # A record that cannot be written goes unreported.
+    if call not in ("openat", "write"):
+        if announced and run.record != announced[1] + "\n":
+            found.append("the daemon that is said to run is not on record")
+        if any(run.record != f"{pid}\n" for pid in run.running):
+            found.append("a process runs that is not on record")
+    # A process that may not be signalled counts as gone.
+    if call != "kill" and "stopped\n" in run.out and not run.daemon_gone:
+        found.append("the daemon that is said to be stopped is not")
+    return found
+
+
+def check_record(run, call):
+    """The pid file is whole; it goes with the daemon and stays after a refusal."""
+    if not re.fullmatch(r"(\d+\n)?", run.record):
+        return ["the pid file holds half a record"]
+    ended = last_line(run) in ("stopped", "not running") and not run.running
+    if ended and run.record and call != "unlink":
+        return ["the pid file of no daemon is left"]
+    refused = re.search("not touching it|not killing it|still running", run.err)
+    if refused and run.record != run.record_before:
+        return ["a refusal has changed the pid file"]
     return []
 
 
@@ -90,63 +106,88 @@ def files_below(home):
 
 
 def check_tokens(run, control_token):
-    """Whether a token is anywhere where it should not be."""
-    found = []
-    for path in files_below(run.home):
-        text = path.read_text(errors="replace")
-        if place.HUB_TOKEN in text:
-            found.append(f"the hub's token is left in {path.relative_to(run.home)}")
-        if path.name != "control.token" and control_token in text:
-            found.append(f"the control token is in {path.relative_to(run.home)}")
-    for name, text in [("output", run.out), ("standard error", run.err)]:
-        if place.HUB_TOKEN in text or control_token in text:
-            found.append(f"a token is in the {name}")
+    """No token is in a file, in the output or among curl's words, and the mirror gets none."""
+    texts = {path.relative_to(run.home): path.read_text(errors="replace")
+             for path in files_below(run.home)}
+    texts |= {"standard output": run.out, "standard error": run.err}
+    found = [f"the hub's token is in {name}" for name, text in texts.items()
+             if place.HUB_TOKEN in text]
+    found += [f"the control token is in {name}" for name, text in texts.items()
+              if control_token in text and getattr(name, "name", "") != "control.token"]
+    if re.search(r"-H .* http://", run.curls):
+        found.append("the mirror is sent the hub's token")
     return found
 
 
-def check_models(run):
-    """Whether every file that has its final name is whole."""
-    return [f"{name} is truncated" for name in place.MODEL_FILES
-            if (run.bundle / name).exists() and (run.bundle / name).read_text() != place.BODY]
+def check_models(run, call):
+    """A file has its final name only when it is whole, and all are there when velun says so."""
+    bundle, names = run.bundle, place.MODEL_FILES
+    found = [f"{name} is truncated" for name in names
+             if (bundle / name).exists() and (bundle / name).read_text() != place.BODY]
+    if "done. activate it with" in run.out:
+        found += [f"{name} is missing" for name in names if not (bundle / name).exists()]
+        if call not in ("openat", "write"):
+            found += check_own_files(bundle)
+    return found
+
+
+def check_own_files(bundle):
+    found = []
+    for name in ("labels.json", "manifest.json"):
+        try:
+            json.loads((bundle / name).read_text())
+        except (OSError, ValueError):
+            found.append(f"{name} is not there or not whole")
+    return found
 
 
 def check_leftovers(run):
-    """Whether a run that could clean up has done so."""
+    """Neither a part of a download nor the token's file is left behind."""
     return [f"{path.relative_to(run.home)} is left behind" for path in files_below(run.home)
             if path.suffix == ".part" or path.name == ".hf-token.header"]
 
 
-def check_config(run, command, usual):
-    """Whether the config file is the old one or as much of the new one as could be written; setup
-    writes another when it could not read the file or an answer, but still a whole one."""
-    text = run.config_text()
-    known = text == run.before or run.concrete(usual.config).startswith(text)
-    if known or command.name.startswith("setup") and RENDERING.fullmatch(text):
+def check_config(run, command, usual, call):
+    """The config file is the old one or the new one, and empty only if it could not be written."""
+    config = run.config
+    if config == run.config_before or run.generic(config) == usual.config:
+        return []
+    if config == "" and call == "write":
+        return []
+    # Without the old file or an answer, setup writes other values.
+    if command.name.startswith("setup") and RENDERING.fullmatch(config):
         return []
     return ["the config file is neither the old nor the new one"]
 
 
-def check_record(run):
-    """Whether the pid on record is a whole one."""
-    record = run.state_dir / "velun-cli.pid"
-    whole = not record.exists() or re.fullmatch(r"(\d+\n)?", record.read_text())
-    return [] if whole else ["the pid file holds half a record"]
-
-
-def violations(run, command, usual, call, control_token):
-    """All that is wrong with a run in which one call failed."""
+def violations(run, command, usual, control_token, call="", silenced=()):
+    """All that is wrong with a run in which this kind of call failed. `silenced` are the standard
+    streams to which it could not write."""
     if run.hung:
         return ["hangs"]
-    # A stream to which writing failed has no text to judge by.
-    silenced = injection.descriptors_of_injected(run.trace) & {1, 2} if call == "write" else set()
+    if run.status < 0 and run.status != -signal.SIGABRT:
+        return [f"ended by signal {-run.status}"]
     found = check_status(run, usual, silenced) + check_tokens(run, control_token)
-    found += check_config(run, command, usual) + check_record(run)
-    # By agreement a process that may not be signalled counts as gone.
-    if call != "kill":
-        found += check_truth(run)
-    # By agreement a wait that fails counts as the end of the download, though curl goes on.
-    if call != "wait4":
-        found += check_models(run)
-        if call != "unlink" and run.status >= 0:
+    found += check_config(run, command, usual, call) + check_record(run, call)
+    # A wait that fails counts as the end of the download, though curl goes on.
+    if call != "wait4" or command.starts:
+        found += check_children(run, command, call) + check_models(run, call)
+        # Without a configuration a fetch does not begin.
+        if call != "unlink" and run.status >= 0 and "no configuration" not in run.err:
             found += check_leftovers(run)
+    return found
+
+
+def violations_when_killed(run, command, usual, call):
+    """All that is wrong after a signal from outside, sent at a call of this kind."""
+    found = ["hangs"] if run.hung else check_models(run, call) + check_record(run, "")
+    found += check_config(run, command, usual, call)
+    header = run.state_dir / ".hf-token.header"
+    if header.exists() and header.stat().st_mode & 0o77:
+        found.append("others may read the token")
+    if not command.starts and run.running:
+        found.append("curl goes on")
+    # The pauses come after the record.
+    if call == "clock_nanosleep" and {run.record} != {f"{pid}\n" for pid in run.running}:
+        found.append("the daemon that was started is not on record")
     return found
