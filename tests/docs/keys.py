@@ -29,10 +29,6 @@ _list = "tests/docs/keys.py"
 _engines = ("model_dir", "endpoint_url")
 
 
-def field_names():
-    return list(_values)
-
-
 def _lines(keys):
     return [f"{key}: {_values[key]}" for key in keys]
 
