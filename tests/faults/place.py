@@ -217,8 +217,8 @@ class Place:
         run.hung = not eventually(ended, command.bound)
         run.status = process.returncode
         run.read()
-        if daemon and "stopped\n" in run.out:
-            run.daemon_gone = eventually(lambda: daemon.poll() is not None, 0.5)
+        # Not asked again: velun cannot have seen it end later.
+        run.daemon_gone = bool(daemon) and daemon.returncode is not None
         if not command.starts:
             eventually(lambda: not self.running(daemon), 1)
         run.running = self.running(daemon)
