@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <optional>
 
 #include "tests/support/raw_listener.h"
@@ -83,7 +84,7 @@ Player::Player(const Part& part) {
   }
   close(ends[1]);
   socket_ = ends[0];
-  const bool told = RawListener::has_input(socket_) &&
+  const bool told = has_input(socket_, std::chrono::seconds(10)) &&
                     recv(socket_, &pid_, sizeof pid_, 0) == static_cast<ssize_t>(sizeof pid_);
   EXPECT_TRUE(told) << "a part cannot be played";
 }

@@ -2,7 +2,6 @@
 
 #include <openssl/err.h>
 #include <openssl/ssl.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -11,16 +10,19 @@
 #include <utility>
 
 #include "tests/support/ports.h"
+#include "tests/support/raw_listener.h"
 
 namespace velun::test {
 namespace {
 
 // How often a blocked step looks whether the server is being taken down.
-constexpr int tick_ms = 20;
+constexpr std::chrono::milliseconds tick{20};
 
-bool readable(int descriptor) {
-  pollfd wanted{descriptor, POLLIN, 0};
-  return poll(&wanted, 1, tick_ms) > 0;
+// No peer holds the server up for longer than this in one read or write.
+void limit_waiting(int socket) {
+  const timeval limit{10, 0};
+  setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
 }
 
 SSL_CTX* tls_context(const std::string& certificate) {
@@ -41,11 +43,12 @@ SSL_CTX* tls_context(const std::string& certificate) {
 // A socket with or without TLS on top, closed with the scope.
 struct LoopbackServer::Connection {
   int socket;
-  SSL* tls = nullptr;
+  SSL* tls;
 
-  Connection(int descriptor, SSL_CTX* context) : socket(descriptor) {
-    if (context != nullptr) {
-      tls = SSL_new(context);
+  Connection(int descriptor, SSL_CTX* context)
+      : socket(descriptor), tls(context != nullptr ? SSL_new(context) : nullptr) {
+    limit_waiting(socket);
+    if (tls != nullptr) {
       SSL_set_fd(tls, socket);
       SSL_accept(tls);
     }
@@ -61,13 +64,13 @@ struct LoopbackServer::Connection {
   Connection& operator=(const Connection&) = delete;
 
   // Only on a readable socket; a TLS record is always read whole.
-  long read(char* buffer, int size) const {
-    return tls != nullptr ? SSL_read(tls, buffer, size)
-                          : recv(socket, buffer, static_cast<std::size_t>(size), 0);
+  long read(char* buffer, std::size_t size) const {
+    return tls != nullptr ? SSL_read(tls, buffer, static_cast<int>(size))
+                          : recv(socket, buffer, size, 0);
   }
   bool write(const char* bytes, std::size_t size) const {
     return tls != nullptr ? SSL_write(tls, bytes, static_cast<int>(size)) > 0
-                          : ::send(socket, bytes, size, 0) == static_cast<ssize_t>(size);
+                          : ::send(socket, bytes, size, MSG_NOSIGNAL) == static_cast<ssize_t>(size);
   }
 };
 
@@ -90,15 +93,12 @@ LoopbackServer::LoopbackServer(int port, Handler handler, const std::string& cer
     std::perror("listen");
     std::abort();
   }
-  acceptor_ = std::thread([this] { accept_loop(); });
+  thread_ = std::thread([this] { serve(); });
 }
 
 LoopbackServer::~LoopbackServer() {
   stopping_ = true;
-  acceptor_.join();
-  for (std::thread& connection : connections_) {
-    connection.join();
-  }
+  thread_.join();
   close(socket_);
   SSL_CTX_free(tls_);
 }
@@ -116,20 +116,17 @@ std::vector<std::string> LoopbackServer::paths() const {
   return result;
 }
 
-void LoopbackServer::accept_loop() {
+void LoopbackServer::serve() {
   while (!stopping_) {
-    if (!readable(socket_)) {
-      continue;
-    }
-    const int connection = accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC);
-    if (connection >= 0) {
-      connections_.emplace_back([this, connection] { serve(connection); });
+    const int socket =
+        has_input(socket_, tick) ? accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC) : -1;
+    if (socket >= 0) {
+      answer_on(Connection(socket, tls_));
     }
   }
 }
 
-void LoopbackServer::serve(int socket) {
-  Connection connection(socket, tls_);
+void LoopbackServer::answer_on(const Connection& connection) {
   const std::string request = receive(connection);
   if (request.empty()) {
     return;
@@ -144,21 +141,21 @@ void LoopbackServer::serve(int socket) {
   }
   if (reply.ending == Ending::reset) {
     const linger abort_on_close{1, 0};
-    setsockopt(socket, SOL_SOCKET, SO_LINGER, &abort_on_close, sizeof abort_on_close);
+    setsockopt(connection.socket, SOL_SOCKET, SO_LINGER, &abort_on_close, sizeof abort_on_close);
   }
   // The peer's close is what ends a hanging connection when the server itself stays up.
   char byte = 0;
   while (reply.ending == Ending::hang && !stopping_ &&
-         (!readable(socket) || connection.read(&byte, 1) > 0)) {
+         (!has_input(connection.socket, tick) || connection.read(&byte, 1) > 0)) {
   }
 }
 
 // The bytes up to the empty line and whatever came with them; empty when the peer left early.
-std::string LoopbackServer::receive(Connection& connection) const {
+std::string LoopbackServer::receive(const Connection& connection) const {
   std::string request;
   char buffer[65536];
   while (!stopping_ && request.find("\r\n\r\n") == std::string::npos) {
-    if (readable(connection.socket)) {
+    if (has_input(connection.socket, tick)) {
       const long count = connection.read(buffer, sizeof buffer);
       if (count <= 0) {
         return "";
@@ -169,7 +166,7 @@ std::string LoopbackServer::receive(Connection& connection) const {
   return request;
 }
 
-bool LoopbackServer::send(Connection& connection, const Reply& reply) const {
+bool LoopbackServer::send(const Connection& connection, const Reply& reply) const {
   if (reply.pause == std::chrono::milliseconds(0)) {
     return reply.bytes.empty() || connection.write(reply.bytes.data(), reply.bytes.size());
   }

@@ -35,8 +35,8 @@ class LoopbackServer {
  public:
   using Handler = std::function<Reply(const std::string& request)>;
 
-  /// Listens on `port` (0: a free one) and answers every request through `handler`, one thread per
-  /// connection. A certificate (PEM file with its key) makes it a TLS server.
+  /// Listens on `port` (0: a free one) and answers every request through `handler`, one connection
+  /// after the other. A certificate (PEM file with its key) makes it a TLS server.
   explicit LoopbackServer(int port, Handler handler, const std::string& certificate = "");
   ~LoopbackServer();
   LoopbackServer(const LoopbackServer&) = delete;
@@ -51,10 +51,10 @@ class LoopbackServer {
  private:
   struct Connection;
 
-  void accept_loop();
-  void serve(int socket);
-  std::string receive(Connection& connection) const;
-  bool send(Connection& connection, const Reply& reply) const;
+  void serve();
+  void answer_on(const Connection& connection);
+  std::string receive(const Connection& connection) const;
+  bool send(const Connection& connection, const Reply& reply) const;
 
   Handler handler_;
   int socket_;
@@ -63,8 +63,7 @@ class LoopbackServer {
   std::atomic<bool> stopping_ = false;
   mutable std::mutex mutex_;
   std::vector<std::string> requests_;
-  std::vector<std::thread> connections_;
-  std::thread acceptor_;
+  std::thread thread_;
 };
 
 }  // namespace velun::test

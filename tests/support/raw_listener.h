@@ -6,22 +6,30 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <functional>
+#include <future>
 #include <string>
-#include <thread>
-#include <utility>
 
 #include "tests/support/ports.h"
 
 namespace velun::test {
 
+/// True when the descriptor can be read, or its peer has gone, before `patience` is over.
+inline bool has_input(int descriptor, std::chrono::milliseconds patience) {
+  pollfd wanted{descriptor, POLLIN, 0};
+  return poll(&wanted, 1, static_cast<int>(patience.count())) > 0;
+}
+
 class RawListener {
  public:
   /// Listens on a free port and calls `use` with the first connection, which is closed afterwards.
-  explicit RawListener(std::function<void(int connection)> use) : socket_(bound_socket(0)) {
+  explicit RawListener(const std::function<void(int connection)>& use) : socket_(bound_socket(0)) {
     listen(socket_, 8);
-    acceptor_ = std::thread([this, use = std::move(use)] {
-      const int connection = has_input(socket_) ? accept4(socket_, nullptr, nullptr, 0) : -1;
+    done_ = std::async(std::launch::async, [this, use] {
+      const int connection =
+          has_input(socket_, patience) ? accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC) : -1;
       if (connection >= 0) {
         use(connection);
         close(connection);
@@ -37,35 +45,25 @@ class RawListener {
 
   int port() const { return port_of(socket_); }
   /// Waits until the connection has been dealt with.
-  void join() {
-    if (acceptor_.joinable()) {
-      acceptor_.join();
-    }
-  }
-
-  /// True when the descriptor can be read within ten seconds.
-  static bool has_input(int descriptor) {
-    pollfd wanted{descriptor, POLLIN, 0};
-    return poll(&wanted, 1, 10'000) > 0;
-  }
+  void join() { done_.wait(); }
 
   /// Everything the peer sends until it closes or falls silent for ten seconds.
   static std::string read_to_end(int connection) {
     std::string bytes;
     char buffer[65536];
-    while (has_input(connection)) {
-      const ssize_t count = recv(connection, buffer, sizeof buffer, 0);
-      if (count <= 0) {
-        break;
-      }
-      bytes.append(buffer, static_cast<std::size_t>(count));
+    ssize_t count = 1;
+    while (count > 0 && has_input(connection, patience)) {
+      count = recv(connection, buffer, sizeof buffer, 0);
+      bytes.append(buffer, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     }
     return bytes;
   }
 
  private:
+  static constexpr std::chrono::seconds patience{10};
+
   int socket_;
-  std::thread acceptor_;
+  std::future<void> done_;
 };
 
 }  // namespace velun::test
