@@ -4,12 +4,19 @@
 // The first byte of an input chooses what the bytes are: a whole answer as it goes over the wire,
 // or the body of one that is put together around it; and how the connection ends. The second is the
 // number of cuts, the next ones are the sizes of the pieces, and the bytes follow.
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
 #include <chrono>
 #include <cstdio>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include "daemon/control_client.h"
-#include "fuzz/reply_server.h"
 #include "fuzz/target.h"
+#include "tests/support/raw_listener.h"
 
 namespace velun::fuzz {
 namespace {
@@ -17,6 +24,9 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr std::size_t most_cuts = 8;
+
+// What happens to the connection after the last piece.
+enum class Ending { close, reset, hang };
 
 struct Input {
   int form = 0;
@@ -84,16 +94,41 @@ bool says_200(const std::string& answer) {
   return answer.starts_with("HTTP/1.0 200") || answer.starts_with("HTTP/1.1 200");
 }
 
+constexpr const char* path = "/v1/stats";
+
+// Takes the request, which has to be whole unless the client was in a hurry, and gives the answer.
+void serve(int connection, const std::vector<std::string>& pieces, Ending ending) {
+  const std::string expected = control_request(test::port_of(connection), path, "token");
+  std::string request(expected.size(), '\0');
+  const ssize_t count = recv(connection, request.data(), request.size(), MSG_WAITALL);
+  request.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+  check(expected.starts_with(request), "the request is the expected one");
+  const int at_once = 1;
+  setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &at_once, sizeof at_once);
+  for (const std::string& piece : pieces) {
+    send(connection, piece.data(), piece.size(), MSG_NOSIGNAL);
+    // Time for the peer to take the piece by itself.
+    std::this_thread::sleep_for(std::chrono::microseconds(pieces.size() > 1 ? 20 : 0));
+  }
+  if (ending == Ending::hang) {
+    test::has_input(connection, milliseconds(10'000));
+  }
+  if (ending == Ending::reset) {
+    const linger abort_on_close{1, 0};
+    setsockopt(connection, SOL_SOCKET, SO_LINGER, &abort_on_close, sizeof abort_on_close);
+  }
+}
+
+// What the client makes of an answer in these pieces.
+std::string call(const std::vector<std::string>& pieces, Ending ending) {
+  const test::RawListener daemon([&](int connection) { serve(connection, pieces, ending); });
+  // A mute peer costs the whole limit. With the others, time is never to be up first, on however
+  // busy a machine.
+  const milliseconds limit(ending == Ending::hang ? 10 : 60'000);
+  return control_get(daemon.port(), path, "token", limit);
+}
+
 void check_call(const Input& input) {
-  static ReplyServer server;
-  const std::string path = "/v1/stats";
-  const auto call = [&](const std::vector<std::string>& pieces, Ending ending) {
-    // A mute peer costs the whole limit. With the others, time is never to be up first, on however
-    // busy a machine.
-    const milliseconds limit(ending == Ending::hang ? 10 : 60'000);
-    server.answer_with({pieces, ending, control_request(server.port(), path, "token")});
-    return control_get(server.port(), path, "token", limit);
-  };
   const std::string answer = answer_of(input);
   const std::string whole = input.form == 0 ? call({answer}, Ending::close) : input.bytes;
   check(whole.empty() || says_200(answer), "only an answer with status 200 has a body to give");
