@@ -1,27 +1,38 @@
-// Runs a fuzz target once for every file of its corpus: replay DIRECTORY. Fails without any file.
+// Runs a fuzz target once for every file of its corpus: replay DIRECTORY. Each input has a process
+// of its own, so that the ones that fail are all found and named. Fails without any file.
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <set>
-#include <string>
+#include <vector>
 
 #include "fuzz/target.h"
 
 namespace {
 
-std::string content_of(const std::filesystem::path& path) {
+// In memory that ends where the input ends, so that a sanitizer sees a read beyond it.
+std::vector<char> content_of(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  std::vector<char> bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  bytes.shrink_to_fit();
+  return bytes;
 }
 
-// In memory that ends where the input ends, so that a sanitizer sees a read beyond it.
-void run(const std::string& input) {
-  const auto bytes = std::make_unique<std::uint8_t[]>(input.size());
-  std::copy(input.begin(), input.end(), bytes.get());
-  LLVMFuzzerTestOneInput(bytes.get(), input.size());
+// Whether the target returns for this input within half a minute.
+bool passes(const std::vector<char>& input) {
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(30);
+    LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(input.data()), input.size());
+    std::exit(EXIT_SUCCESS);  // with its destructors and the search for leaks
+  }
+  int status = 0;
+  return child > 0 && waitpid(child, &status, 0) == child && status == 0;
 }
 
 }  // namespace
@@ -31,17 +42,18 @@ int main(int argc, char* argv[]) {
     std::fprintf(stderr, "usage: %s DIRECTORY\n", argv[0]);
     return EXIT_FAILURE;
   }
-  std::set<std::filesystem::path> files;
-  for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
-    files.insert(entry.path());
-  }
+  const std::filesystem::directory_iterator entries(argv[1]);
+  const std::set<std::filesystem::path> files(begin(entries), end(entries));
   // The nothing that every fuzzer begins with.
-  run("");
-  for (const auto& file : files) {
-    // Before it is run: the last line names the file that ended the process.
-    std::printf("%s\n", file.c_str());
-    std::fflush(stdout);
-    run(content_of(file));
+  bool all_pass = passes({});
+  if (!all_pass) {
+    std::fprintf(stderr, "failed: the empty input\n");
   }
-  return files.empty() ? EXIT_FAILURE : EXIT_SUCCESS;
+  for (const auto& file : files) {
+    if (!passes(content_of(file))) {
+      std::fprintf(stderr, "failed: %s\n", file.c_str());
+      all_pass = false;
+    }
+  }
+  return all_pass && !files.empty() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
