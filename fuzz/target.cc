@@ -10,18 +10,6 @@ std::string text_of(const std::uint8_t* data, std::size_t size) {
   return {data, data + size};
 }
 
-std::vector<std::string> split(std::string_view text, char separator) {
-  std::vector<std::string> parts(1);
-  for (const char c : text) {
-    if (c == separator) {
-      parts.emplace_back();
-    } else {
-      parts.back() += c;
-    }
-  }
-  return parts;
-}
-
 void check(bool holds, const char* rule) {
   if (!holds) {
     std::fprintf(stderr, "broken: %s\n", rule);

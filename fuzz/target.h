@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 /// The function of a target. Always returns 0.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -16,9 +15,6 @@ namespace velun::fuzz {
 
 /// The bytes of an input as text.
 std::string text_of(const std::uint8_t* data, std::size_t size);
-
-/// The parts of `text` between the separators; one more part than there are separators.
-std::vector<std::string> split(std::string_view text, char separator);
 
 /// Goes on when `holds`; else says which rule is broken and ends the process, so that the input is
 /// kept as a finding.
