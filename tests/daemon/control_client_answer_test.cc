@@ -185,15 +185,6 @@ TEST(ControlAnswer, with_a_header_over_the_limit_gives_the_empty_text) {
   }
 }
 
-// The library's limit of 8192 bytes holds for what it has not taken apart yet.
-TEST(ControlAnswer, may_have_a_header_of_8500_bytes_in_short_fields) {
-  std::string fields;
-  while (fields.size() < 8460) {
-    fields += "X-Pad: " + std::string(51, 'x') + "\r\n";
-  }
-  EXPECT_EQ(result_for(answer(200, "ok", fields)), "ok");
-}
-
 TEST(DaemonHealthy, is_a_status_of_200_with_any_body_but_an_empty_one) {
   for (const Reply& reply : {answer(200, "ok"), answer(200, " "), chunked(chunk("not well"))}) {
     EXPECT_TRUE(healthy_for(reply)) << reply.bytes;
