@@ -46,9 +46,10 @@ using LoadConfigWithFaults = WithFaults<LoadConfig>;
 
 TEST_F(LoadConfig, a_path_that_cannot_be_opened_or_read_is_no_configuration) {
   write_file(sandbox.root() / "file", "");
-  for (const std::string& path : {sandbox.root().string(), std::string("/proc/self/mem"),
-                                  (sandbox.root() / std::string(300, 'n')).string(),
-                                  (sandbox.root() / "file/velun.yaml").string()}) {
+  for (const std::string& path :
+       {std::string(), sandbox.root().string(), std::string("/proc/self/mem"),
+        (sandbox.root() / std::string(300, 'n')).string(),
+        (sandbox.root() / "file/velun.yaml").string()}) {
     expect_missing(show(path), path);
   }
 }
@@ -73,16 +74,6 @@ TEST_F(LoadConfigWithFaults, a_file_whose_reading_fails_half_way_is_no_configura
     expect_missing(with_fault(sandbox, {"config"}, fault, pipe), pipe);
   }
   close(writer);
-}
-
-TEST_F(LoadConfigWithFaults, a_file_that_comes_in_pieces_is_read_to_its_end) {
-  sandbox.configure();
-  const std::string path = sandbox.config_file();
-  write_file(path, "mode: off\n# and so on\n");
-  // Only said to be read: the first piece is three bytes that nobody has written.
-  EXPECT_EQ(seen(with_fault(sandbox, {"config"}, "read:retval=3:when=1", path)),
-            failure(path + " has problems:\n  line 1: unknown key `" + std::string(3, '\0') +
-                    "mode` — did you mean `mode`?\n"));
 }
 
 TEST_F(LoadConfigWithFaults, a_file_that_has_become_longer_since_it_was_opened_is_read_whole) {
