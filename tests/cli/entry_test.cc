@@ -4,8 +4,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
-
 #include "tests/support/dialogue.h"
 #include "tests/support/lifecycle.h"
 #include "tests/support/report_server.h"
@@ -20,8 +18,8 @@ using Words = std::vector<std::string>;
 class Entry : public Lifecycle {
  protected:
   /// The whole command line that velun reports for `daemon`.
-  std::string command_line(const ScriptedProgram& daemon) const {
-    return daemon.path() + " " + spaced(sandbox.daemon_flags());
+  std::string command_line(const std::string& daemon) const {
+    return daemon + " " + spaced(sandbox.daemon_flags());
   }
 
   /// Runs with both streams in one file and returns that file.
@@ -92,32 +90,70 @@ TEST_F(Entry, a_stream_that_was_closed_is_the_null_device_for_the_daemon) {
   }
 }
 
-TEST_F(Entry, a_full_or_closed_output_stream_leaves_the_status_as_it_is) {
-  for (const bool full : {false, true}) {
+// Gives `stream` a pipe whose reader has left.
+void abandon(int stream) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0 || dup2(ends[1], stream) != stream) {
+    _exit(126);
+  }
+}
+
+TEST_F(Entry, a_full_closed_or_abandoned_output_stream_leaves_the_status_as_it_is) {
+  for (const std::string kind : {"full", "closed", "abandoned"}) {
     for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
-      const auto status_of = [&](const Words& words) {
-        RunOptions options;
-        options.in_child = [&] {
-          full ? dup2(open("/dev/full", O_WRONLY), stream) : close(stream);
-        };
-        return sandbox.velun(words, options).status;
+      RunOptions options;
+      options.in_child = [&] {
+        kind == "closed" ? void(close(stream))
+        : kind == "full" ? void(dup2(open("/dev/full", O_WRONLY), stream))
+                         : abandon(stream);
       };
-      EXPECT_EQ(status_of({"status"}), 1);
+      const auto expect_status = [&](int status, const Words& words) {
+        EXPECT_EQ(sandbox.velun(words, options).status, status)
+            << kind << testing::PrintToString(words);
+      };
+      expect_status(1, {"status"});
       sandbox.configure();
-      for (const Words& words :
-           {Words{}, Words{"config"}, Words{"status"}, Words{"stats"}, Words{"log"}, Words{"stop"},
-            Words{"mode", "off"}, Words{"setup"}, Words{"start"}, Words{"restart"}, Words{"model"},
-            Words{"model", "list"}, Words{"help", "model"}, Words{"--help"}, Words{"-h"}}) {
-        EXPECT_EQ(status_of(words), 0) << testing::PrintToString(words);
+      expect_status(0, {});
+      for (const std::string word :
+           {"--help", "-h", "config", "status", "stats", "log", "stop", "model", "setup"}) {
+        expect_status(0, {word});
       }
-      EXPECT_EQ(status_of({"model", "use", "x"}), 1);
-      EXPECT_EQ(status_of({"mode", "loud"}), 2);
-      EXPECT_EQ(status_of({"help", "nonsense"}), 2);
-      EXPECT_EQ(status_of({"nonsense"}), 2);
+      for (const Words& words : {Words{"mode", "off"}, Words{"start"}, Words{"restart"},
+                                 Words{"model", "list"}, Words{"help", "model"}}) {
+        expect_status(0, words);
+      }
+      expect_status(1, {"model", "use", "x"});
+      expect_status(2, {"mode", "loud"});
+      expect_status(2, {"help", "nonsense"});
+      expect_status(2, {"nonsense"});
       EXPECT_EQ(read_file(sandbox.config_file()), sandbox.rendering("off"));
       fs::remove(sandbox.config_file());
     }
   }
+}
+
+TEST_F(Entry, an_abandoned_output_stream_does_not_keep_restart_from_starting_the_daemon) {
+  sandbox.configure();
+  const ScriptedProgram daemon = install_daemon("forever");
+  const LoopbackServer control = port_of_daemon(daemon);
+  launch_recorded(daemon);
+  RunOptions options;
+  options.in_child = [] { abandon(STDOUT_FILENO); };
+  EXPECT_EQ(seen(sandbox.velun({"restart"}, options)), success(""));
+  ASSERT_EQ(daemon.runs().size(), 2U);
+  EXPECT_TRUE(is_running(daemon.runs()[1].pid));
+}
+
+TEST_F(Entry, an_abandoned_error_stream_leaves_the_status_of_a_child_without_a_program) {
+  sandbox.configure();
+  sandbox.environment["VELUND"] = "/does/not/exist";
+  RunOptions traced;
+  traced.in_child = [] { abandon(STDERR_FILENO); };
+  traced.program = "/usr/bin/strace";
+  sandbox.velun({"-f", "-qq", "-o", "trace", "-e", "trace=exit_group", VELUN_BINARY, "start"},
+                traced);
+  const std::string trace = read_file(sandbox.root() / "trace");
+  EXPECT_NE(trace.find("exit_group(127)"), std::string::npos) << trace;
 }
 
 // A wait that fails would count as a finished download, and never as the end of a daemon.
@@ -135,18 +171,6 @@ TEST_F(Entry, a_parent_that_ignores_the_end_of_children_does_not_hide_their_fail
   }
 }
 
-// The signals that a process handles, as bits; whatever a build adds for crashes is not asked for.
-unsigned long long handled_by(pid_t pid) {
-  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.starts_with("SigCgt:")) {
-      return std::stoull(line.substr(7), nullptr, 16);
-    }
-  }
-  ADD_FAILURE() << "nothing about signals of process " << pid;
-  return 0;
-}
-
 TEST_F(Entry, no_signal_is_handled) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
@@ -155,34 +179,29 @@ TEST_F(Entry, no_signal_is_handled) {
   const pid_t pid = sandbox.start_velun({"setup"}, options);
   close(ends[0]);
   EXPECT_TRUE(eventually([&] { return !read_file(sandbox.output_file()).empty(); }));
+  const std::string status = read_file("/proc/" + std::to_string(pid) + "/status");
+  const std::string label = "SigCgt:";
+  const auto handled = std::stoull(status.substr(status.find(label) + label.size()), nullptr, 16);
   for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGALRM, SIGTERM, SIGCHLD}) {
-    EXPECT_EQ(handled_by(pid) & (1ULL << (signal - 1)), 0U) << signal;
+    EXPECT_EQ(handled & (1ULL << (signal - 1)), 0U) << signal;
   }
   close(ends[1]);
   EXPECT_EQ(wait_for(pid, std::chrono::seconds(10)), 0);
 }
 
-TEST_F(Entry, what_velun_said_stands_before_the_words_of_the_daemon_in_one_file) {
+TEST_F(Entry, messages_and_the_output_of_other_programs_keep_their_order_in_one_file) {
+  write_file(sandbox.config_file(), "names: maybe\n");
+  EXPECT_EQ(one_output({"setup"}), sandbox.config_file().string() +
+                                       " has problems:\n  line 1: names must be true or false\n" +
+                                       dialogue(sandbox.config_file()));
   sandbox.configure();
   const ScriptedProgram daemon = install_daemon("print loud\ncomplain sore\nexit 0");
-  const std::string rest = "loud\nsore\n" + exited_text(command_line(daemon));
-  EXPECT_EQ(one_output({"start"}), rest);
-  EXPECT_EQ(one_output({"restart"}), "not running\n" + rest);
-  EXPECT_EQ(one_output({"mode", "watch"}), sandbox.wrote() + rest);
-}
-
-TEST_F(Entry, what_velun_said_stands_before_the_failure_of_the_child_in_one_file) {
-  sandbox.configure();
-  const std::string program = (sandbox.root() / "no-such-program").string();
-  sandbox.environment["VELUND"] = program;
-  const std::string rest =
-      exec_failed_text(program) + exited_text(program + " " + spaced(sandbox.daemon_flags()));
-  EXPECT_EQ(one_output({"restart"}), "not running\n" + rest);
-  EXPECT_EQ(one_output({"mode", "watch"}), sandbox.wrote() + rest);
-}
-
-TEST_F(Entry, what_velun_said_stands_before_the_words_of_curl_in_one_file) {
-  sandbox.configure();
+  EXPECT_EQ(one_output({"restart"}),
+            "not running\nloud\nsore\n" + exited_text(command_line(daemon.path())));
+  const std::string missing = sandbox.root() / "no-such-program";
+  sandbox.environment["VELUND"] = missing;
+  EXPECT_EQ(one_output({"mode", "watch"}),
+            sandbox.wrote() + exec_failed_text(missing) + exited_text(command_line(missing)));
   const ScriptedProgram curl = install_curl(sandbox, "output []\nprint loud\ncomplain sore");
   EXPECT_EQ(one_output({"model", "fetch"}),
             "fetching velun-pii-m-v1.3 (full)\n"
@@ -190,33 +209,16 @@ TEST_F(Entry, what_velun_said_stands_before_the_words_of_curl_in_one_file) {
             "  calibration.json (~0 MB)\nloud\nsore\n"
             "  model.fp32.onnx (~1.200000 GB)\nloud\nsore\n"
             "done. activate it with: velun model use velun-pii-m-v1.3\n");
-}
-
-TEST_F(Entry, what_velun_said_stands_before_a_refusal_in_one_file) {
-  sandbox.configure();
   const LoopbackServer control = answering_port();
   EXPECT_EQ(one_output({"mode", "off"}), sandbox.wrote() + foreign_text());
 }
 
-TEST_F(Entry, a_report_on_a_faulty_file_stands_before_the_dialogue_in_one_file) {
-  write_file(sandbox.config_file(), "names: maybe\n");
-  EXPECT_EQ(one_output({"setup"}), sandbox.config_file().string() +
-                                       " has problems:\n  line 1: names must be true or false\n" +
-                                       dialogue(sandbox.config_file()));
-}
-
-TEST_F(Entry, what_was_printed_before_an_abort_is_not_lost) {
+TEST_F(Entry, messages_from_before_an_abort_are_not_lost) {
   write_file(sandbox.root() / "file", "not a directory");
-  const std::string state_dir = (sandbox.root() / "file/state").string();
-  sandbox.configure("mode: off\nstate_dir: " + state_dir + "\n");
-  const Outcome mode = sandbox.velun({"mode", "watch"});
-  EXPECT_EQ(mode.signal, SIGABRT);
-  EXPECT_EQ(mode.out, sandbox.wrote());
-  EXPECT_EQ(read_file(sandbox.config_file()),
-            sandbox.rendering("watch", "", "state_dir: " + state_dir + "\n"));
-  const Outcome restart = sandbox.velun({"restart"});
-  EXPECT_EQ(restart.signal, SIGABRT);
-  EXPECT_EQ(restart.out, "not running\n");
+  sandbox.configure("state_dir: " + (sandbox.root() / "file/state").string() + "\n");
+  const Outcome run = sandbox.velun({"restart"});
+  EXPECT_EQ(run.signal, SIGABRT);
+  EXPECT_EQ(run.out, "not running\n");
 }
 
 // A locale of its own making, as none with a decimal comma need be installed.
