@@ -13,30 +13,6 @@ namespace {
 
 class SetupFile : public SetupDialogue {};
 
-// What the file holds, what is answered, the mode and the detection that are offered, and what the
-// new file holds of both.
-TEST_F(SetupFile, what_it_holds_is_offered_and_kept_or_replaced) {
-  const std::string model = "model_dir: /data/m\n";
-  const std::string engine = "endpoint_url: http://engine\n";
-  const std::string engine_saved = "endpoint_url: \"http://engine\"\n";
-  const std::string rows[][6] = {
-      {"mode: protect\n" + model, "\n\n", "protect", "/data/m", "protect", model},
-      {engine, "\n\n", "watch", "http://engine", "watch", engine_saved},
-      {"mode: monitor\n", "\n\n", "watch", "none", "watch", ""},
-      {model, "\nnone\n", "watch", "/data/m", "watch", ""},
-      {engine, "\nnone\n", "watch", "http://engine", "watch", ""},
-      {model, "\nhttp://engine\n", "watch", "/data/m", "watch", engine_saved},
-      {engine, "\n/data/m\n", "watch", "http://engine", "watch", model},
-      // An offer that is taken goes the way of a typed answer.
-      {"model_dir: httpdocs/m\n", "\n\n", "watch", "httpdocs/m", "watch",
-       "endpoint_url: httpdocs/m\n"},
-  };
-  for (const auto& [content, input, mode, detection, new_mode, line] : rows) {
-    give_file(content);
-    expect_dialogue(input, transcript(mode, detection), written(new_mode, line));
-  }
-}
-
 TEST_F(SetupFile, a_kept_model_named_none_is_cleared) {
   give_file("mode: protect\nmodel_dir: none\n");
   expect_dialogue("\n\n", transcript("protect", "none", protect_warning), written("protect"));
@@ -67,14 +43,6 @@ TEST_F(SetupFile, the_good_keys_of_a_faulty_file_are_offered_and_the_rest_is_rep
             "# Velun CLI configuration. `velun help config` documents every key.\n"
             "mode: protect\nmodel_dir: /data/m\nanthropic_port: 8900\nopenai_port: 9002\n"
             "control_port: 8902\nnames: true\n");
-}
-
-TEST_F(SetupFile, a_faulty_mode_is_offered_as_watch_and_the_written_file_is_valid) {
-  give_file("mode: loud\n");
-  EXPECT_EQ(given("\n\n").out, transcript("watch", "none"));
-  EXPECT_EQ(file(), written("watch"));
-  EXPECT_EQ(seen(sandbox.velun({"config"})),
-            success("file: " + sandbox.config_file().string() + "\n\n" + written("watch")));
 }
 
 TEST_F(SetupFile, of_a_model_and_an_engine_both_configured_the_model_is_offered_and_kept_alone) {
