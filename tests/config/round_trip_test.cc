@@ -116,17 +116,6 @@ TEST(RoundTrip, outer_blanks_tabs_and_text_that_looks_quoted_survive) {
   }
 }
 
-TEST(RoundTrip, a_model_and_an_endpoint_read_back_with_the_exclusion_problem) {
-  Config config;
-  config.model_dir = "/m";
-  config.endpoint_url = "http://e";
-  EXPECT_EQ(
-      judgement_of(render_config(config)),
-      "model_dir=/m\nendpoint_url=http://e\n"
-      "! model_dir and endpoint_url exclude each other — the daemon runs one detection engine "
-      "per launch\n");
-}
-
 TEST(RoundTripLoss, of_an_interception_port_without_apps) {
   Config config;
   config.intercept_port = 9104;

@@ -63,11 +63,5 @@ TEST(Suggestion, is_the_nearest_key_and_the_one_documented_first_of_equally_near
                       {"intercept_pprs", "intercept_apps"}});
 }
 
-TEST(Suggestion, closes_the_problem_of_an_unknown_key) {
-  expect_judgements({{"mdoe: off\n", "! line 1: unknown key `mdoe` — did you mean `mode`?\n"},
-                     {"name: yes\n", "! line 1: unknown key `name` — did you mean `names`?\n"},
-                     {"zzqxw: 1\n", "! line 1: unknown key `zzqxw`\n"}});
-}
-
 }  // namespace
 }  // namespace velun::test
