@@ -1,5 +1,5 @@
-# CPack runs this after the installation and before packing: the steps that depend on the kind of
-# package. All paths are below the directory to be packed.
+# CPack runs this after the installation and before packing. It does the steps that depend on the kind
+# of package, below the directory to be packed.
 cmake_minimum_required(VERSION 3.22)
 
 set(root "${CPACK_TEMPORARY_INSTALL_DIRECTORY}")
