@@ -42,9 +42,9 @@ function(velun_compile_options target)
 endfunction()
 
 # Sets the options of a source that uses Asio or Beast. GCC wrongly warns of null pointers in their
-# inlined code. Older releases use std::result_of, which C++20 has dropped, unless the macro names its
-# successor. Beast's parser asserts that a chunked answer does not end in very small pieces; such an
-# answer is valid and must not abort velun.
+# inlined code. Older releases of Boost use std::result_of, which C++20 has dropped; the first macro
+# makes them use std::invoke_result. Beast's parser asserts that a chunked answer does not end in very
+# small pieces; such an answer is valid and must not abort velun.
 function(velun_uses_asio source)
   set_source_files_properties(${source} PROPERTIES
     COMPILE_DEFINITIONS "BOOST_ASIO_HAS_STD_INVOKE_RESULT;BOOST_DISABLE_ASSERTS")

@@ -1,6 +1,7 @@
-# Compiler and linker options that make memory errors harder to exploit; each is used if the toolchain
-# knows it. Some would hide errors from the sanitizers, or add branches to the coverage counters, so
-# those builds go without. So do unoptimised ones: the debugger must show uninitialised variables.
+# Compiler and linker options that make memory errors harder to exploit. Each is used if the toolchain
+# knows it. Builds with sanitizers or coverage have none: some options would hide errors from the
+# sanitizers or add branches to the counts. Unoptimised builds have none either: the debugger must show
+# uninitialised variables.
 
 include(CheckCXXSourceCompiles)
 

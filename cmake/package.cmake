@@ -1,4 +1,4 @@
-# `cpack` makes the packages in the build directory, `./dev package` in a clean one.
+# `cpack` packs an existing build; `./dev package` makes a new one for each package.
 
 set(VELUN_PACKAGE_MAINTAINER "velun maintainers <velun@quorvane.example>"
     CACHE STRING "The packages' maintainer")

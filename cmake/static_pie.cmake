@@ -1,6 +1,6 @@
 # Links velun as a static position-independent executable if the toolchain can make one: loading shared
 # libraries would take longer than most commands. A plain -static executable would register its unwind
-# tables, which are then sorted at the first exception.
+# tables and have to sort them at the first exception.
 
 include(CheckCXXSourceCompiles)
 
@@ -13,9 +13,9 @@ if(VELUN_STATIC AND NOT VELUN_SANITIZE AND NOT VELUN_COVERAGE)
   unset(CMAKE_REQUIRED_LINK_OPTIONS)
   set(velun_static_pie ${has_static_pie})
   if(NOT velun_static_pie)
-    message(WARNING "This toolchain links no static position-independent executable (are the "
-      "static C and C++ libraries there?): velun is linked dynamically and starts more slowly. "
-      "-DVELUN_STATIC=OFF asks for that without this warning.")
+    message(WARNING "This toolchain cannot link a static position-independent executable (are the "
+      "static C and C++ libraries installed?): velun is linked dynamically and starts more slowly. "
+      "With -DVELUN_STATIC=OFF this warning is not shown.")
   endif()
 endif()
 

@@ -1,5 +1,5 @@
-# Removes the files that `cmake --install` installed, below DESTDIR if that is set, and the directories
-# that it created, if they are empty: cmake -D BUILD=DIRECTORY -P uninstall.cmake
+# Removes the files that `cmake --install` installed, and the directories that it created if they are
+# empty; below DESTDIR, if that is set: cmake -D BUILD=DIRECTORY -P uninstall.cmake
 cmake_minimum_required(VERSION 3.22)
 
 set(manifest "${BUILD}/install_manifest.txt")
