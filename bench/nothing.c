@@ -1,4 +1,4 @@
-/* What every process costs: velun is measured against it. */
+/* Takes the time that every process takes; velun is compared with it. */
 int main(void) {
   return 0;
 }
