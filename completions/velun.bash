@@ -2,8 +2,8 @@
 # Completions of velun(1) for bash. They ask velun for the names of the bundles, nothing else.
 
 # Fills `words`, a variable of the caller, with the words up to the cursor as the shell will read
-# them: readline also splits at ":", "@", "=" and ">", so that what has no blank in between is put
-# together again.
+# them. readline also splits words at ":", "@", "=" and ">"; this joins pieces that have no blank in
+# between.
 _velun_words() {
   local rest=$COMP_LINE piece
   words=()
@@ -18,7 +18,7 @@ _velun_words() {
   done
 }
 
-# Drops redirections from the caller's `words`. Fails when the cursor is at the target of one.
+# Drops redirections from the caller's `words`. Fails if the cursor is at the target of a redirection.
 _velun_drop_redirections() {
   local word target='' kept=()
   for word in "${words[@]}"; do
@@ -34,22 +34,22 @@ _velun_drop_redirections() {
   [[ -z $target ]] && words=("${kept[@]}")
 }
 
-# Offers those of the words "$2"… that begin like "$1", in which quotes may be open.
+# Offers the words from "$2" on that begin with "$1". A quote may be open in "$1".
 _velun_offer() {
   local quoted=() word
-  # compgen expands the words of its list; in quotes, nothing in them can run.
+  # compgen expands the words of its list. Quotes prevent that: a name must not run as a command.
   for word in "${@:2}"; do
     quoted+=("'${word//\'/\'\\\'\'}'")
   done
   mapfile -t COMPREPLY < <(compgen -W "${quoted[*]}" -- "$1")
 }
 
-# Fills `bundles`, a variable of the caller, with the names that `velun model list` prints. Left out
-# are those that bash takes for an expansion and inserts without quotes.
+# Fills `bundles`, a variable of the caller, with the names that `velun model list` prints. Leaves out
+# names with "$" or "`": bash inserts them without quotes and would expand them.
 _velun_bundles() {
   local program=$1 lines line
   [[ $program != \~/* ]] || program=$HOME/${program:2}
-  # Not with read, which takes a newline behind a stray byte for a part of the character.
+  # Not with read: it takes a newline behind an invalid byte for a part of that character.
   mapfile -t lines < <(command -- "$program" model list 2>/dev/null </dev/null)
   bundles=()
   for line in "${lines[@]}"; do
@@ -69,7 +69,7 @@ _velun_use() {
   compopt -o filenames
   _velun_offer "$word" "${bundles[@]}"
   if [[ ${word%"$2"} == *[:=@] ]]; then
-    # readline replaces only what stands behind the character at which it split.
+    # readline replaces only the text behind the character at which it split.
     COMPREPLY=("${COMPREPLY[@]#"${word%"$2"}"}")
   else
     compopt -o plusdirs

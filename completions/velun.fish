@@ -1,6 +1,6 @@
 # Completions of velun(1) for fish. They ask velun for the names of the bundles, nothing else.
 
-# True when the words between the command and the cursor are exactly these.
+# True if the words between the command and the cursor are exactly the arguments.
 function __velun_after
     set -l words (commandline -opc)
     set -e words[1]
@@ -21,7 +21,7 @@ function __velun_bundles
     end
 end
 
-# fish would offer every directory behind a ":" or "=" as well.
+# Offers nothing behind a ":" or "=", where fish would offer every directory.
 function __velun_directories
     set -l token (commandline -ct)
     string match -qr '[:=]' -- $token; or __fish_complete_directories $token
