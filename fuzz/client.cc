@@ -1,9 +1,9 @@
-// Any bytes as the daemon's answer, in any pieces: the client never throws, and what it gives does
-// not depend on where the answer was cut.
+// Any bytes as the daemon's answer, sent in any pieces: the client never throws, and its result
+// does not depend on the pieces.
 //
-// The first byte of an input chooses what the bytes are: a whole answer as it goes over the wire,
-// or the body of one that is put together around it; and how the connection ends. The second is the
-// number of cuts, the next ones are the sizes of the pieces, and the bytes follow.
+// The first byte of an input chooses how the connection ends, and whether the text of the input is
+// a whole answer or only the body of one. The second byte is the number of cuts, the next bytes are
+// the sizes of the pieces, and the text follows.
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -25,7 +25,7 @@ using std::chrono::milliseconds;
 
 constexpr std::size_t most_cuts = 8;
 
-// What happens to the connection after the last piece.
+// How the connection ends after the last piece.
 enum class Ending { close, reset, hang };
 
 struct Input {
@@ -39,7 +39,7 @@ Input input_of(const std::string& text) {
   const auto byte = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   Input input;
   input.form = byte(0) % 4;
-  // Seldom, as a peer that hangs takes its time.
+  // Hangs are rare, because each one takes time.
   input.ending = byte(0) == 0xff ? Ending::hang : byte(0) >= 0xf0 ? Ending::reset : Ending::close;
   std::size_t next = 2;
   for (std::size_t cuts = byte(1) % (most_cuts + 1); cuts > 0 && next < text.size(); --cuts) {
@@ -49,7 +49,7 @@ Input input_of(const std::string& text) {
   return input;
 }
 
-// The pieces of `bytes`: those of the given sizes, then the rest.
+// Cuts `bytes` into pieces of the given sizes; the last piece is the rest.
 std::vector<std::string> cut(const std::string& bytes, const std::vector<std::size_t>& sizes) {
   std::vector<std::string> pieces;
   std::size_t begin = 0;
@@ -73,7 +73,7 @@ std::string in_chunks(const std::vector<std::string>& pieces) {
   return text + "0\r\n\r\n";
 }
 
-// The answer with the bytes of the input as its body, in one of the three ways to say its length.
+// An answer with the text of the input as its body, its length given in one of three ways.
 std::string answer_of(const Input& input) {
   const std::string status = "HTTP/1.1 200 OK\r\n";
   switch (input.form) {
@@ -96,7 +96,7 @@ bool says_200(const std::string& answer) {
 
 constexpr const char* path = "/v1/stats";
 
-// Takes the request, which has to be whole unless the client was in a hurry, and gives the answer.
+// Reads the request and sends the answer. The request may be cut short if the client's time is up.
 void serve(int connection, const std::vector<std::string>& pieces, Ending ending) {
   const std::string expected = control_request(test::port_of(connection), path, "token");
   std::string request(expected.size(), '\0');
@@ -107,7 +107,7 @@ void serve(int connection, const std::vector<std::string>& pieces, Ending ending
   setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &at_once, sizeof at_once);
   for (const std::string& piece : pieces) {
     send(connection, piece.data(), piece.size(), MSG_NOSIGNAL);
-    // Time for the peer to take the piece by itself.
+    // Gives the client time to read this piece alone.
     std::this_thread::sleep_for(std::chrono::microseconds(pieces.size() > 1 ? 20 : 0));
   }
   if (ending == Ending::hang) {
@@ -119,11 +119,11 @@ void serve(int connection, const std::vector<std::string>& pieces, Ending ending
   }
 }
 
-// What the client makes of an answer in these pieces.
+// Returns the client's result for an answer in these pieces.
 std::string call(const std::vector<std::string>& pieces, Ending ending) {
   const test::RawListener daemon([&](int connection) { serve(connection, pieces, ending); });
-  // A mute peer costs the whole limit. With the others, time is never to be up first, on however
-  // busy a machine.
+  // If the peer hangs, the call takes the whole limit. Otherwise the limit must never be reached,
+  // not even on a busy machine.
   const milliseconds limit(ending == Ending::hang ? 10 : 60'000);
   return control_get(daemon.port(), path, "token", limit);
 }

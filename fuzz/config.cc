@@ -1,5 +1,5 @@
-// Any text as a config file: every line is a pair, a problem or neither, every key has at most one
-// problem more, and what the validator accepts reads back when it is saved.
+// Any text as a config file: a line gives a pair, a problem or neither. The validator adds at most
+// one problem for each key. The settings that it accepts read back after a save.
 #include <algorithm>
 #include <cstdio>
 #include <set>
@@ -13,7 +13,7 @@
 namespace velun::fuzz {
 namespace {
 
-// The number in "line N: ", which every problem of the reader begins with.
+// The number in "line N: "; every problem of the reader begins so.
 int line_of(const std::string& problem) {
   int line = 0;
   check(std::sscanf(problem.c_str(), "line %d: ", &line) == 1, "a problem names its line");
@@ -59,7 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   using namespace velun::fuzz;
   const std::string text = text_of(data, size);
   check_config(text);
-  // As a key of its own, even one that could not stand in a file.
+  // The whole text as a key, even if no file could have such a key.
   check_suggestion(text);
   return 0;
 }

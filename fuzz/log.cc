@@ -1,4 +1,4 @@
-// Any bytes as the answer behind `velun log`: a report, none, or the library's type error.
+// Any bytes as the daemon's answer for `velun log`: a report, none, or the library's type error.
 #include "cli/reports.h"
 #include "fuzz/report.h"
 

@@ -1,5 +1,4 @@
-// Any text as a pid file: the number that is recorded is the one that a reader digit by digit
-// finds.
+// Any text as a pid file: velun reads the same number as a second reader that goes digit by digit.
 #include <limits>
 #include <optional>
 
@@ -16,7 +15,7 @@ std::optional<pid_t> expected_of(const std::string& text) {
   while (at < text.size() && std::string(" \t\n\v\f\r").find(text[at]) != std::string::npos) {
     ++at;
   }
-  // Behind a minus there is nothing that a process could have.
+  // A minus is not skipped: no process has a negative number.
   if (at < text.size() && text[at] == '+') {
     ++at;
   }

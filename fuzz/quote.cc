@@ -1,5 +1,5 @@
-// Any text as a value: what the writer makes of it is one line of the file and becomes the same
-// text again, alone and in a list; quotes that are put around a text come off again.
+// Any text as a value: the writer makes one line of it, from which the reader gets the same text,
+// alone and in a list. Quotes that are put around a text are removed again.
 #include <string>
 #include <vector>
 

@@ -1,4 +1,4 @@
-// What the writer and the reader promise each other.
+// Checks that the reader understands what the writer writes.
 #pragma once
 
 #include <algorithm>
@@ -12,8 +12,8 @@
 
 namespace velun::fuzz {
 
-/// Empty items are dropped, items with a comma are split, and an apostrophe in a bare item can
-/// uncover a "#" inside the quotes of another.
+/// Empty items are dropped, and items with a comma are split. With an apostrophe in a bare item, the
+/// reader may take a "#" in the quotes of another item for the beginning of a comment.
 inline bool may_lose_items(const std::vector<std::string>& items) {
   const auto have = [&items](char c) {
     return std::any_of(items.begin(), items.end(),
@@ -23,7 +23,7 @@ inline bool may_lose_items(const std::vector<std::string>& items) {
          std::find(items.begin(), items.end(), "") != items.end();
 }
 
-/// Checks that the record's rendering reads back to the same record, but for the losses that
+/// Checks that the rendering of `config` reads back as the same record, except for the losses that
 /// config/writer.h lists.
 inline void check_reads_back(Config config) {
   const std::string text = render_config(config);
@@ -33,7 +33,7 @@ inline void check_reads_back(Config config) {
     config.intercept_port = Config().intercept_port;
   }
   if (may_lose_items(config.intercept_apps)) {
-    // The list may be anything, and nothing else is touched.
+    // The list may differ; all other keys must be the same.
     config.intercept_apps = reread.intercept_apps;
     std::erase_if(problems, [](const std::string& problem) {
       return problem.ends_with(": unterminated list");
@@ -42,7 +42,7 @@ inline void check_reads_back(Config config) {
   for (const std::string& problem : problems) {
     check(!problem.starts_with("line "), "no line of a rendering has a problem");
   }
-  // At the end of a bare value, a carriage return is lost.
+  // A carriage return at the end of a bare value is lost.
   if (text.find("\r\n") == std::string::npos) {
     check_equal(render_config(reread), render_config(config), "a record reads back");
     check(reread == config, "a record reads back in every field");

@@ -1,5 +1,5 @@
-// Runs a fuzz target once for every file of its corpus: replay DIRECTORY. Each input has a process
-// of its own, so that the ones that fail are all found and named. Fails without any file.
+// Runs a fuzz target once for each file of its corpus: replay DIRECTORY
+// Each input runs in its own process, so all failing inputs are named. Fails if there is no file.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,7 +15,7 @@
 
 namespace {
 
-// In memory that ends where the input ends, so that a sanitizer sees a read beyond it.
+// The memory ends where the input ends, so a sanitizer sees a read beyond it.
 std::vector<char> content_of(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   std::vector<char> bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
@@ -44,7 +44,7 @@ int main(int argc, char* argv[]) {
   }
   const std::filesystem::directory_iterator entries(argv[1]);
   const std::set<std::filesystem::path> files(begin(entries), end(entries));
-  // The nothing that every fuzzer begins with.
+  // A fuzzer begins with the empty input.
   bool all_pass = passes({});
   if (!all_pass) {
     std::fprintf(stderr, "failed: the empty input\n");

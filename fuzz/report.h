@@ -1,4 +1,4 @@
-// What is promised of the reports that are made of the daemon's answers.
+// The rule for all reports that are made from the daemon's answers.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -9,8 +9,8 @@
 
 namespace velun::fuzz {
 
-/// The report of an answer; nothing, too, for one of another shape, which raises the library's type
-/// error. Checks that there is no report exactly when `body` is no JSON.
+/// Returns what `report` makes of `body`, or nothing if it throws the library's type error, as it
+/// does for JSON of another shape. Checks that only a body that is no JSON has no report.
 inline std::optional<std::string> report_of(
     const std::string& body, std::optional<std::string> (*report)(const std::string&)) {
   const bool is_json = nlohmann::json::accept(body);

@@ -1,7 +1,8 @@
-// A record with any texts in it: its rendering reads back to the same record.
+// A record with any texts in it: its rendering reads back as the same record.
 //
-// An input is a separator, a byte of choices, four for the ports, and then the texts between
-// separators: state_dir, model_dir, endpoint_url behind its "http", and the applications.
+// The first byte of an input is the separator, the second chooses other settings, and four give the
+// ports. Then come the texts, between separators: state_dir, model_dir, endpoint_url without its
+// "http", and the applications.
 #include <sstream>
 #include <string>
 
@@ -24,7 +25,7 @@ Config record_of(const std::string& input) {
   static constexpr const char* modes[] = {"off", "watch", "protect"};
   const auto choices = static_cast<unsigned char>(input[1]);
   Config config;
-  // Every field by name, so that a new one stops the build instead of going untested.
+  // Names every field, so a new field that is not tested stops the build.
   auto& [mode, model_dir, endpoint_url, anthropic_port, openai_port, control_port, state_dir, names,
          intercept_apps, intercept_port] = config;
   mode = modes[choices % 3];

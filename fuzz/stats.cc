@@ -1,4 +1,4 @@
-// Any bytes as the answer behind `velun stats`: a report, none, or the library's type error.
+// Any bytes as the daemon's answer for `velun stats`: a report, none, or the library's type error.
 #include <regex>
 
 #include "cli/reports.h"

@@ -1,4 +1,4 @@
-// Any bytes as the answer behind `velun status`: a report or none, and nothing is ever thrown.
+// Any bytes as the daemon's answer for `velun status`: a report or none, and never an exception.
 #include "daemon/status.h"
 
 #include <nlohmann/json.hpp>

@@ -1,6 +1,6 @@
-// What every fuzz target is made of. A target is one file with one function, which libFuzzer calls
-// with any bytes; in ordinary builds replay.cc calls it with the files of the target's corpus. It
-// returns when the product kept its promises and ends the process when it did not.
+// The parts of every fuzz target. A target is one file with one function. libFuzzer calls it with
+// any bytes; in ordinary builds replay.cc calls it with the files of the target's corpus. The
+// function returns if the product keeps its rules, and ends the process if it breaks one.
 #pragma once
 
 #include <algorithm>
@@ -21,8 +21,8 @@ inline std::string text_of(const std::uint8_t* data, std::size_t size) {
   return {data, data + size};
 }
 
-/// Goes on when `holds`; else says which rule is broken and ends the process, so that the input is
-/// kept as a finding.
+/// Does nothing if `holds`. Otherwise prints the broken rule and ends the process, so the fuzzer
+/// keeps the input as a finding.
 inline void check(bool holds, const char* rule) {
   if (!holds) {
     std::fprintf(stderr, "broken: %s\n", rule);
@@ -30,7 +30,7 @@ inline void check(bool holds, const char* rule) {
   }
 }
 
-/// The same for two texts that have to be equal; a broken rule shows both.
+/// The same for two texts that must be equal. Prints both if they differ.
 inline void check_equal(std::string_view result, std::string_view expected, const char* rule) {
   if (result != expected) {
     const auto shown = [](std::string_view text) {
