@@ -1,29 +1,53 @@
 // Free ports on 127.0.0.1 that stay free: each is bound, but not listened on, for as long as its
-// reservation lives, so that connecting to it is refused while a server of the test may still take
-// it over.
+// reservation lives. A connection to it is refused, and a server of the test can still take it.
 #pragma once
 
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
 namespace velun::test {
+
+/// A socket bound to `port` on 127.0.0.1 with SO_REUSEADDR, close-on-exec; 0 picks a free one.
+inline int bound_socket(int port) {
+  const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int on = 1;
+  setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    std::perror("bind");
+    std::abort();
+  }
+  return descriptor;
+}
+
+/// The port that a socket is bound to.
+inline int port_of(int socket) {
+  sockaddr_in address{};
+  socklen_t size = sizeof address;
+  getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size);
+  return ntohs(address.sin_port);
+}
 
 /// One reserved port. Servers that want it must set SO_REUSEADDR.
 class ReservedPort {
  public:
-  ReservedPort();
-  ~ReservedPort();
+  ReservedPort() = default;
+  ~ReservedPort() { close(socket_); }
   ReservedPort(const ReservedPort&) = delete;
   ReservedPort& operator=(const ReservedPort&) = delete;
 
-  int number() const { return number_; }
+  int number() const { return port_of(socket_); }
 
  private:
-  int socket_;
-  int number_;
+  int socket_ = bound_socket(0);
 };
-
-/// A socket bound to `port` on 127.0.0.1 with SO_REUSEADDR, close-on-exec; 0 picks a free one.
-int bound_socket(int port);
-
-/// The port that a socket is bound to.
-int port_of(int socket);
 
 }  // namespace velun::test
