@@ -13,7 +13,6 @@
 #include <optional>
 
 #include "tests/matrix/player.h"
-#include "tests/support/bystander.h"
 #include "tests/support/sandbox.h"
 
 namespace fs = std::filesystem;
@@ -171,6 +170,8 @@ std::string at(const fs::path& path) {
   return fs::exists(path) ? "file of " + read_file(path) : "nothing";
 }
 
+constexpr pid_t larger_than_any_pid = (1 << 22) + 1;
+
 // The combination with real processes.
 class Stopping {
  public:
@@ -184,7 +185,7 @@ class Stopping {
     if (cell.port->taken && !cell.process->has_port) {
       listener_.emplace(Part{.port = sandbox_.control_port(), .reply = cell.port->reply});
     }
-    pid_ = process_ ? process_->pid() : pid_of_a_dead_process();
+    pid_ = process_ ? process_->pid() : larger_than_any_pid;
     write_pid_file();
   }
 

@@ -1,29 +1,38 @@
 // A process that has nothing to do with velun and must survive whatever velun does.
 #pragma once
 
-#include <sys/types.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <string>
+
+#include "tests/support/children.h"
 
 namespace velun::test {
 
 class Bystander {
  public:
-  Bystander();
-  ~Bystander();
+  Bystander() : pid_(fork()) {
+    if (pid_ == 0) {
+      sleep(120);
+      _exit(0);
+    }
+  }
+  ~Bystander() {
+    if (alive()) {
+      kill(pid_, SIGKILL);
+    }
+  }
   Bystander(const Bystander&) = delete;
   Bystander& operator=(const Bystander&) = delete;
 
   pid_t pid() const { return pid_; }
   std::string pid_text() const { return std::to_string(pid_); }
   /// False once any signal has ended it.
-  bool alive() const;
+  bool alive() const { return is_running(pid_); }
 
  private:
   pid_t pid_;
 };
-
-/// The id of a process that existed and is gone, and no other process has yet.
-pid_t pid_of_a_dead_process();
 
 }  // namespace velun::test

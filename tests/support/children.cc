@@ -1,6 +1,7 @@
 #include "tests/support/children.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <linux/close_range.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -12,9 +13,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <thread>
 
 namespace velun::test {
@@ -31,31 +30,6 @@ void reap() {
   for (pid_t pid = waitpid(-1, &status, WNOHANG); pid > 0; pid = waitpid(-1, &status, WNOHANG)) {
     ended()[pid] = status;
   }
-}
-
-// The field of /proc/PID/stat after the command name, which may itself hold blanks.
-char state_of(pid_t pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-  std::string line;
-  std::getline(file, line);
-  const std::size_t name_end = line.rfind(')');
-  char state = '-';
-  if (name_end != std::string::npos) {
-    std::istringstream(line.substr(name_end + 1)) >> state;
-  }
-  return state;
-}
-
-// Asking every process for its parent instead would take longer the more of them there are.
-std::vector<pid_t> children() {
-  std::vector<pid_t> pids;
-  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
-    std::ifstream file(thread.path() / "children");
-    for (pid_t pid = 0; file >> pid;) {
-      pids.push_back(pid);
-    }
-  }
-  return pids;
 }
 
 void place(int descriptor, int target) {
@@ -84,8 +58,7 @@ std::vector<char*> pointers(std::vector<std::string>& words) {
   place(launch.in, 0);
   place(launch.out, 1);
   place(launch.err, 2);
-  // What the runner of the tests has open is none of the program's business. An old kernel cannot,
-  // and then nothing is lost but that.
+  // Closes what the runner of the tests has open. An old kernel cannot, which does no harm.
   syscall(SYS_close_range, 3U, ~0U, CLOSE_RANGE_CLOEXEC);
   signal(SIGPIPE, SIG_DFL);
   // A program gone wrong must not fill the disk.
@@ -103,13 +76,6 @@ std::vector<char*> pointers(std::vector<std::string>& words) {
 
 }  // namespace
 
-void become_reaper() {
-  prctl(PR_SET_CHILD_SUBREAPER, 1);
-  signal(SIGPIPE, SIG_IGN);
-  const rlimit none{0, 0};
-  setrlimit(RLIMIT_CORE, &none);
-}
-
 pid_t spawn(const Launch& launch) {
   const pid_t pid = fork();
   if (pid < 0) {
@@ -119,7 +85,7 @@ pid_t spawn(const Launch& launch) {
   if (pid == 0) {
     become(launch);
   }
-  // One of the same number may have ended long ago, and nobody asked how.
+  // An earlier process of the same number may have ended unobserved.
   ended().erase(pid);
   return pid;
 }
@@ -136,7 +102,7 @@ int wait_for(pid_t pid, std::chrono::milliseconds limit) {
 
 bool is_running(pid_t pid) {
   reap();
-  return kill(pid, 0) == 0 && state_of(pid) != 'Z';
+  return kill(pid, 0) == 0;
 }
 
 bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
@@ -152,17 +118,24 @@ bool eventually(const std::function<bool()>& condition, std::chrono::millisecond
 }
 
 void end_all_children() {
-  // Ending one can orphan its own children to us, hence the rounds.
-  for (int round = 0; round < 100; ++round) {
-    const std::vector<pid_t> left = children();
-    if (left.empty()) {
-      return;
-    }
-    for (const pid_t pid : left) {
+  // Ending one can hand its own children to this process, hence the rounds.
+  do {
+    std::ifstream children("/proc/thread-self/children");
+    for (pid_t pid = 0; children >> pid;) {
       kill(pid, SIGKILL);
-      waitpid(pid, nullptr, 0);
     }
-  }
+  } while (waitpid(-1, nullptr, 0) > 0);
 }
 
 }  // namespace velun::test
+
+int main(int argc, char* argv[]) {
+  testing::InitGoogleTest(&argc, argv);
+  // Orphaned descendants are handed to this process.
+  prctl(PR_SET_CHILD_SUBREAPER, 1);
+  // A peer may close a socket.
+  signal(SIGPIPE, SIG_IGN);
+  const rlimit no_core_file{0, 0};
+  setrlimit(RLIMIT_CORE, &no_core_file);
+  return RUN_ALL_TESTS();
+}

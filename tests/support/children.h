@@ -1,5 +1,5 @@
 // Starts child processes and waits for them, always with a limit. The test process adopts daemons
-// that outlive velun and reaps them while it waits, so that a finished one never looks alive.
+// that outlive velun and reaps them while it waits, so a finished one never looks alive.
 #pragma once
 
 #include <sys/types.h>
@@ -25,10 +25,6 @@ struct Launch {
   int err = -1;
   std::function<void()> in_child;  ///< runs in the child right before the exec
 };
-
-/// Makes this process the one that orphaned descendants are handed to, keeps it alive when a peer
-/// closes a socket, and turns core files off for it and its children. Called once by main.
-void become_reaper();
 
 /// Forks and executes. Fails the process on an error of fork.
 pid_t spawn(const Launch& launch);
