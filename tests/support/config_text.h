@@ -1,5 +1,5 @@
-// What the reader and the validator make of a text, put into one text again, so that a test
-// compares everything at once and a failing one shows a diff.
+// The results of the reader and the validator as one text, so a test compares everything at once
+// and a failure shows a diff.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -95,10 +95,10 @@ inline std::string changed_fields_of(const Config& config) {
 
 /// The fields that a text changed, then every problem as "! PROBLEM\n".
 inline std::string judgement_of(std::string_view text) {
-  const Judged judged = judge(text);
-  std::string result = changed_fields_of(judged.config);
-  std::istringstream problems(judged.problems);
-  for (std::string problem; std::getline(problems, problem);) {
+  Problems problems;
+  std::string result =
+      changed_fields_of(validate_config(parse_config_text(text, problems), problems));
+  for (const std::string& problem : problems) {
     result += "! " + problem + "\n";
   }
   return result;

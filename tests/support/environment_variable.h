@@ -8,7 +8,7 @@
 
 namespace velun::test {
 
-/// Sets a variable, or removes it when `value` is null, and puts the old state back in the end.
+/// Sets a variable, or removes it if `value` is null; restores the old state in the end.
 class EnvironmentVariable {
  public:
   EnvironmentVariable(std::string name, const char* value) : name_(std::move(name)) {
@@ -23,22 +23,17 @@ class EnvironmentVariable {
 
  private:
   void change(const char* value) const {
-    if (value == nullptr) {
-      unsetenv(name_.c_str());
-    } else {
-      setenv(name_.c_str(), value, 1);
-    }
+    value == nullptr ? unsetenv(name_.c_str()) : setenv(name_.c_str(), value, 1);
   }
 
   std::string name_;
   std::optional<std::string> old_;
 };
 
-/// Starts with every variable removed that says where velun's files are, and puts the environment
-/// back in the end.
+/// Removes the variables that say where velun's files are; restores them in the end.
 class ScopedEnvironment {
  public:
-  /// Only for the variables below; no other would be put back.
+  /// Only for the variables below; no other is restored.
   void set(const std::string& name, const std::string& value) const {
     setenv(name.c_str(), value.c_str(), 1);
   }

@@ -15,15 +15,8 @@
 namespace velun::test {
 namespace {
 
-// How often a blocked step looks whether the server is being taken down.
+// How often a blocked step checks whether the server is being taken down.
 constexpr std::chrono::milliseconds tick{20};
-
-// No peer holds the server up for longer than this in one read or write.
-void limit_waiting(int socket) {
-  const timeval limit{10, 0};
-  setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-  setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-}
 
 SSL_CTX* tls_context(const std::string& certificate) {
   if (certificate.empty()) {
@@ -47,7 +40,10 @@ struct LoopbackServer::Connection {
 
   Connection(int descriptor, SSL_CTX* context)
       : socket(descriptor), tls(context != nullptr ? SSL_new(context) : nullptr) {
-    limit_waiting(socket);
+    // No peer holds the server up for longer than this in one read or write.
+    const timeval limit{10, 0};
+    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     if (tls != nullptr) {
       SSL_set_fd(tls, socket);
       SSL_accept(tls);

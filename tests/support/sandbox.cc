@@ -28,12 +28,6 @@ void give_to_nobody(const fs::path& root) {
   EXPECT_EQ(chown(root.c_str(), nobody, nobody), 0);
 }
 
-void become_nobody() {
-  if (setgid(nobody) != 0 || setuid(nobody) != 0) {
-    _exit(126);
-  }
-}
-
 std::string ending_with(const std::string& how, const std::string& out, const std::string& err) {
   return how + "\nstandard output:\n" + out + "\nstandard error:\n" + err;
 }
@@ -136,7 +130,9 @@ Launch Sandbox::prepare(const std::vector<std::string>& words, const RunOptions&
     // The counters of a coverage build would otherwise complain that they cannot be saved.
     launch.environment["GCOV_PREFIX"] = root_;
     launch.in_child = [custom = options.in_child] {
-      become_nobody();
+      if (setgid(nobody) != 0 || setuid(nobody) != 0) {
+        _exit(126);
+      }
       if (custom) {
         custom();
       }

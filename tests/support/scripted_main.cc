@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A handler has nothing but globals to work with.
+// A signal handler can use only globals.
 int terms_file = -1;
 volatile sig_atomic_t term_came = 0;
 
@@ -30,8 +30,8 @@ void log_term(int) {
   }
 }
 
-// Copies what the system knows of this process. Written under another name first, so that a record
-// that can be seen is whole.
+// Copies what the system knows of this process. It gets its name last, so a record that has it is
+// whole.
 void record(const std::string& self) {
   const fs::path process = "/proc/self";
   const fs::path draft = self + ".draft." + std::to_string(getpid());
@@ -51,18 +51,6 @@ void record(const std::string& self) {
   } while (taken && number < 1000);
 }
 
-void write_output(const std::string& text, int argc, char* argv[]) {
-  for (int i = 1; i + 1 < argc; ++i) {
-    if (std::string(argv[i]) == "-o") {
-      std::ofstream(argv[i + 1]) << text;
-    }
-  }
-}
-
-void sleep_ms(int duration) {
-  std::this_thread::sleep_for(std::chrono::milliseconds(duration));
-}
-
 void perform(const std::string& word, const std::string& rest, const std::string& self, int argc,
              char* argv[]) {
   const int number = std::atoi(rest.c_str());
@@ -76,18 +64,22 @@ void perform(const std::string& word, const std::string& rest, const std::string
     }
     record(self);
   } else if (word == "sleep") {
-    sleep_ms(number);
+    std::this_thread::sleep_for(std::chrono::milliseconds(number));
   } else if (word == "forever" || word == "until-term") {
-    // Two minutes at most, in case that nobody ends it before.
+    // Two minutes at most, in case nobody ends it before.
     for (int i = 0; i < 1200 && (word == "forever" || term_came == 0); ++i) {
-      sleep_ms(100);
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
   } else if (word == "print") {
     std::cout << rest << '\n' << std::flush;
   } else if (word == "complain") {
     std::cerr << rest << '\n';
   } else if (word == "output") {
-    write_output(rest, argc, argv);
+    for (int i = 1; i + 1 < argc; ++i) {
+      if (std::string(argv[i]) == "-o") {
+        std::ofstream(argv[i + 1]) << rest;
+      }
+    }
   } else if (word == "fail-on" && std::string(argv[argc - 1]).find(rest) != std::string::npos) {
     _exit(22);
   }
