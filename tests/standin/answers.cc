@@ -1,6 +1,6 @@
 #include "tests/standin/answers.h"
 
-#include <ctime>
+#include <map>
 #include <nlohmann/json.hpp>
 
 using nlohmann::json;
@@ -61,35 +61,18 @@ json transcript(const Ledger& ledger) {
 // The list price: four bytes of a request count as one token, and a million tokens cost 3 dollars.
 constexpr int micros_per_token = 3;
 
-int tokens_of(const std::string& text) {
-  return static_cast<int>((text.size() + 3) / 4);
-}
-
-const std::string canned_text = "Counted by the stand-in daemon, and sent nowhere.";
-
-json messages_completion(const std::string& model, int tokens) {
-  return {{"id", "msg_standin"},
-          {"type", "message"},
-          {"role", "assistant"},
+json completion(const std::string& app, const std::string& model) {
+  const json content = "Counted by the stand-in daemon, and sent nowhere.";
+  if (app == "anthropic") {
+    return {{"type", "message"},
+            {"role", "assistant"},
+            {"model", model},
+            {"content", json::array({{{"type", "text"}, {"text", content}}})}};
+  }
+  const json message = {{"role", "assistant"}, {"content", content}};
+  return {{"object", "chat.completion"},
           {"model", model},
-          {"content", json::array({{{"type", "text"}, {"text", canned_text}}})},
-          {"stop_reason", "end_turn"},
-          {"usage", {{"input_tokens", tokens}, {"output_tokens", tokens_of(canned_text)}}}};
-}
-
-json chat_completion(const std::string& model, int tokens) {
-  const json choice = {{"index", 0},
-                       {"message", {{"role", "assistant"}, {"content", canned_text}}},
-                       {"finish_reason", "stop"}};
-  return {{"id", "chatcmpl-standin"},
-          {"object", "chat.completion"},
-          {"created", std::time(nullptr)},
-          {"model", model},
-          {"choices", json::array({choice})},
-          {"usage",
-           {{"prompt_tokens", tokens},
-            {"completion_tokens", tokens_of(canned_text)},
-            {"total_tokens", tokens + tokens_of(canned_text)}}}};
+          {"choices", json::array({{{"index", 0}, {"message", message}}})}};
 }
 
 std::string model_of(const json& request) {
@@ -111,20 +94,15 @@ Answer answer_control(const Standin& standin, const Question& question) {
   if (question.target == "/healthz") {
     return {200, "text/plain", "ok"};
   }
-  const bool authorized = question.authorization == "Bearer " + standin.token;
-  const auto with_token = [&](const json& body) {
-    return authorized ? json_answer(200, body) : refuse(401, "wrong token");
-  };
-  if (question.target == "/v1/status") {
-    return with_token(status(standin.flags));
+  const std::map<std::string, json> reports = {{"/v1/status", status(standin.flags)},
+                                               {"/v1/stats", stats(standin.ledger)},
+                                               {"/v1/transcript", transcript(standin.ledger)}};
+  const auto report = reports.find(question.target);
+  if (report == reports.end()) {
+    return refuse(404, "no such target");
   }
-  if (question.target == "/v1/stats") {
-    return with_token(stats(standin.ledger));
-  }
-  if (question.target == "/v1/transcript") {
-    return with_token(transcript(standin.ledger));
-  }
-  return refuse(404, "no such target");
+  return question.authorization == "Bearer " + standin.token ? json_answer(200, report->second)
+                                                             : refuse(401, "wrong token");
 }
 
 Answer answer_client(Ledger& ledger, const std::string& app, const Question& question) {
@@ -139,9 +117,8 @@ Answer answer_client(Ledger& ledger, const std::string& app, const Question& que
     ++ledger.blocked_requests;
     return refuse(400, "the body is not a JSON object");
   }
-  const int tokens = tokens_of(question.body);
   ++ledger.requests;
-  ledger.cost_micros += std::int64_t{micros_per_token} * tokens;
-  return json_answer(200, app == "anthropic" ? messages_completion(model, tokens)
-                                             : chat_completion(model, tokens));
+  ledger.cost_micros +=
+      micros_per_token * static_cast<std::int64_t>((question.body.size() + 3) / 4);
+  return json_answer(200, completion(app, model));
 }

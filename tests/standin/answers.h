@@ -1,5 +1,5 @@
-// What the stand-in says: every answer of its control API and its client ports, and the ledger that
-// the numbers come from. No socket is touched here.
+// The answers of the stand-in's control API and client ports, and the ledger that its numbers come
+// from. No socket is touched here.
 #pragma once
 
 #include <cstdint>
@@ -52,5 +52,5 @@ Answer answer_control(const Standin& standin, const Question& question);
 /// request in the ledger: a JSON object as answered, any other body as refused.
 Answer answer_client(Ledger& ledger, const std::string& app, const Question& question);
 
-/// The port that follows `flag` on the command line, 0 when it was not given.
+/// The port that follows `flag` on the command line, 0 if it was not given.
 int port_of(const Flags& flags, const std::string& flag);

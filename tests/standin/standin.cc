@@ -3,18 +3,19 @@
 // itself: it forwards nothing and protects nothing.
 
 #include <fcntl.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
-#include <array>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iomanip>
 #include <iostream>
 #include <list>
 #include <memory>
-#include <system_error>
+#include <random>
+#include <sstream>
 #include <utility>
 
 #include <boost/asio/io_context.hpp>
@@ -116,35 +117,24 @@ tcp::acceptor listen_on(asio::io_context& io, int port) {
 }
 
 std::string random_token() {
-  std::array<unsigned char, 16> bytes{};
-  if (getentropy(bytes.data(), bytes.size()) != 0) {
-    throw std::system_error(errno, std::generic_category(), "no random bytes");
+  std::random_device random;
+  std::ostringstream token;
+  for (int i = 0; i < 4; ++i) {
+    token << std::hex << std::setfill('0') << std::setw(8) << random();
   }
-  std::string token;
-  for (const unsigned byte : bytes) {
-    token += "0123456789abcdef"[byte / 16];
-    token += "0123456789abcdef"[byte % 16];
-  }
-  return token;
+  return token.str();
 }
 
-// A file from an earlier run is removed first: it would keep its mode and its readers.
 void write_token(const std::filesystem::path& directory, const std::string& token) {
   std::filesystem::create_directories(directory);
   const std::filesystem::path path = directory / "control.token";
-  unlink(path.c_str());
-  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
-  const std::string line = token + "\n";
-  // The mode is set once more because a umask may have taken the owner's own bits away.
-  const bool written = file >= 0 && fchmod(file, S_IRUSR | S_IWUSR) == 0 &&
-                       write(file, line.data(), line.size()) == static_cast<ssize_t>(line.size());
-  const std::system_error failure(errno, std::generic_category(), path.string());
-  if (file >= 0) {
-    close(file);
-  }
-  if (!written) {
-    throw failure;
-  }
+  // A file from an earlier run would keep its mode.
+  std::filesystem::remove(path);
+  umask(S_IRWXG | S_IRWXO);
+  std::ofstream file;
+  file.exceptions(std::ios::failbit | std::ios::badbit);
+  file.open(path);
+  file << token << std::endl;
 }
 
 // Serves until SIGTERM or SIGINT.
@@ -162,8 +152,8 @@ void run(Standin& standin) {
       [&](const Question& question) { return answer_client(standin.ledger, "openai", question); });
   add("--control-port",
       [&](const Question& question) { return answer_control(standin, question); });
-  // Once the ports are taken, so that a second start leaves the first one's token alone, and before
-  // anyone is answered, so that whoever gets an answer finds the token.
+  // A second start fails before this and leaves the first one's token alone. Nobody is answered
+  // before the token is there.
   write_token(standin.flags.at("--state-dir"), standin.token);
   for (Listener& listener : listeners) {
     accept_next(listener);
@@ -174,30 +164,13 @@ void run(Standin& standin) {
     }
     io.stop();
   });
-  if (!standin.flags.contains("--quiet")) {
-    std::cout << "velun-standin: anthropic on port " + standin.flags["--anthropic-port"] +
-                     ", openai on port " + standin.flags["--openai-port"] + ", control on port " +
-                     standin.flags["--control-port"] + "\n"
-              << std::flush;
-  }
   io.run();
 }
-
-constexpr const char* help_text =
-    R"(velun-standin takes the place of the daemon in the tests and the demo of velun.
-It accepts the daemon's command line, serves its control API and answers every
-request on its client ports with the same canned text. It forwards nothing and
-protects nothing.
-)";
 
 }  // namespace
 
 int main(int argc, char* argv[]) {
   const std::vector<std::string> words(argv + 1, argv + argc);
-  if (words == std::vector<std::string>{"--help"}) {
-    std::cout << help_text;
-    return 0;
-  }
   try {
     Standin standin;
     if (const std::string complaint = read_flags(words, standin.flags); !complaint.empty()) {
