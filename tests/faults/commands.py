@@ -7,7 +7,7 @@ import dataclasses
 class Command:
     """One command line and what velun finds when it runs."""
 
-    name: str  # as the matrix shows it
+    name: str
     words: tuple
     lines: str = ""  # of the config file, after its ports; "none": there is no file
     answers: bool = False  # a daemon answers that velun has not started

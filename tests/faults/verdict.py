@@ -126,18 +126,11 @@ def check_models(run, call):
              if (bundle / name).exists() and (bundle / name).read_text() != place.BODY]
     if "done. activate it with" in run.out:
         found += [f"{name} is missing" for name in names if not (bundle / name).exists()]
-        if call not in ("openat", "write"):
-            found += check_own_files(bundle)
-    return found
-
-
-def check_own_files(bundle):
-    found = []
-    for name in ("labels.json", "manifest.json"):
-        try:
-            json.loads((bundle / name).read_text())
-        except (OSError, ValueError):
-            found.append(f"{name} is not there or not whole")
+        for name in () if call in ("openat", "write") else ("labels.json", "manifest.json"):
+            try:
+                json.loads((bundle / name).read_text())
+            except (OSError, ValueError):
+                found.append(f"{name} is not there or not whole")
     return found
 
 
