@@ -32,13 +32,6 @@ const std::vector<File> compact_download = {
     {"quant/model-q8.onnx", "model.int8.onnx", 309000000},
 };
 
-ModelCard card_with_compact() {
-  ModelCard card = model_catalog();
-  card.has_compact = true;
-  return card;
-}
-
-const BundleFile tokenizer{"tokenizer/tokenizer.json", "tokenizer.json", 34400000};
 const BundleFile calibration{"calibration.json", "calibration.json", 400};
 
 TEST(Catalog, holds_the_one_model_field_by_field) {
@@ -53,31 +46,16 @@ TEST(Catalog, holds_the_one_model_field_by_field) {
   EXPECT_EQ(card.segment, "union");
 }
 
-TEST(BundleFiles, of_the_full_variant_are_three_with_the_full_size_graph_last) {
-  EXPECT_EQ(files_of(model_catalog(), "full"), full_download);
-}
-
-TEST(BundleFiles, of_the_compact_variant_stay_full_size_when_the_card_has_no_compact_graph) {
-  EXPECT_EQ(files_of(model_catalog(), "compact"), full_download);
-}
-
-TEST(BundleFiles, of_the_compact_variant_end_with_the_compact_graph_when_the_card_has_one) {
-  EXPECT_EQ(files_of(card_with_compact(), "compact"), compact_download);
-}
-
-TEST(BundleFiles, of_any_other_word_are_the_full_variant) {
+TEST(BundleFiles, end_with_the_compact_graph_only_if_it_is_asked_for_and_exists) {
+  ModelCard card = model_catalog();
+  EXPECT_EQ(files_of(card, "full"), full_download);
+  EXPECT_EQ(files_of(card, "compact"), full_download);
+  card.has_compact = true;
+  EXPECT_EQ(files_of(card, "compact"), compact_download);
   for (const char* word :
        {"full", "", "Compact", "COMPACT", "compact ", " compact", "compac", "q8"}) {
-    EXPECT_EQ(files_of(card_with_compact(), word), full_download) << '"' << word << '"';
+    EXPECT_EQ(files_of(card, word), full_download) << '"' << word << '"';
   }
-}
-
-TEST(HubUrl, is_the_base_the_repository_the_revision_and_the_remote_path) {
-  const std::string base = hub_base_url;
-  EXPECT_EQ(hub_url(model_catalog(), tokenizer),
-            base + "quorvane/velun-pii-m-v1.3/resolve/main/tokenizer/tokenizer.json");
-  EXPECT_EQ(hub_url(model_catalog(), calibration),
-            base + "quorvane/velun-pii-m-v1.3/resolve/main/calibration.json");
 }
 
 TEST(HubUrl, takes_repository_and_revision_from_the_card) {
@@ -89,29 +67,29 @@ TEST(HubUrl, takes_repository_and_revision_from_the_card) {
             std::string(hub_base_url) + "owner/name/resolve/v2/a/b.bin");
 }
 
-TEST(MirrorUrl, starts_with_the_makers_mirror_when_the_environment_names_none_or_an_empty_one) {
+TEST(MirrorUrl, starts_with_the_makers_mirror_if_the_environment_names_none_or_an_empty_one) {
   for (const char* none : {static_cast<const char*>(nullptr), ""}) {
     const EnvironmentVariable mirror("VELUN_MODEL_MIRROR", none);
-    EXPECT_EQ(mirror_url(model_catalog(), tokenizer),
-              std::string(mirror_base_url) + "/velun-pii-m-v1.3/tokenizer/tokenizer.json");
+    EXPECT_EQ(mirror_url(model_catalog(), calibration),
+              std::string(mirror_base_url) + "/velun-pii-m-v1.3/calibration.json");
   }
 }
 
 TEST(MirrorUrl, loses_every_slash_at_the_end_of_the_base_and_nothing_else) {
-  const std::vector<std::pair<std::string, std::string>> cases = {
-      {"http://127.0.0.1:9", "http://127.0.0.1:9/velun-pii-m-v1.3/calibration.json"},
-      {"http://127.0.0.1:9/", "http://127.0.0.1:9/velun-pii-m-v1.3/calibration.json"},
-      {"http://127.0.0.1:9/a//b///", "http://127.0.0.1:9/a//b/velun-pii-m-v1.3/calibration.json"},
-      {"https://m.invalid/x///", "https://m.invalid/x/velun-pii-m-v1.3/calibration.json"},
-      {"no url at all", "no url at all/velun-pii-m-v1.3/calibration.json"},
-      {" ", " /velun-pii-m-v1.3/calibration.json"},
-      {"/ ", "/ /velun-pii-m-v1.3/calibration.json"},
-      {"/", "/velun-pii-m-v1.3/calibration.json"},
-      {"///", "/velun-pii-m-v1.3/calibration.json"},
+  const std::pair<std::string, std::string> cases[] = {
+      {"http://127.0.0.1:9", "http://127.0.0.1:9"},
+      {"http://127.0.0.1:9/", "http://127.0.0.1:9"},
+      {"http://127.0.0.1:9/a//b///", "http://127.0.0.1:9/a//b"},
+      {"no url at all", "no url at all"},
+      {" ", " "},
+      {"/ ", "/ "},
+      {"/", ""},
+      {"///", ""},
   };
-  for (const auto& [base, url] : cases) {
+  for (const auto& [base, kept] : cases) {
     const EnvironmentVariable mirror("VELUN_MODEL_MIRROR", base.c_str());
-    EXPECT_EQ(mirror_url(model_catalog(), calibration), url) << base;
+    EXPECT_EQ(mirror_url(model_catalog(), calibration), kept + "/velun-pii-m-v1.3/calibration.json")
+        << base;
   }
 }
 
@@ -122,16 +100,12 @@ TEST(MirrorUrl, takes_the_folder_from_the_cards_id) {
   EXPECT_EQ(mirror_url(card, calibration), "http://127.0.0.1:9/another/calibration.json");
 }
 
-TEST(MakersMirror, is_an_https_url_with_its_fixed_path_and_no_slash_at_the_end) {
-  const std::string base = mirror_base_url;
-  EXPECT_TRUE(base.starts_with("https://")) << base;
-  EXPECT_TRUE(base.ends_with("/apps/connector/models")) << base;
-}
-
-TEST(ModelHub, is_an_https_url_with_a_slash_at_the_end) {
-  const std::string base = hub_base_url;
-  EXPECT_TRUE(base.starts_with("https://")) << base;
-  EXPECT_TRUE(base.ends_with("/")) << base;
+TEST(OutsideLocations, are_https_urls_that_end_as_the_paths_behind_them_need) {
+  const std::string mirror = mirror_base_url;
+  EXPECT_TRUE(mirror.starts_with("https://") && mirror.ends_with("/apps/connector/models"))
+      << mirror;
+  const std::string hub = hub_base_url;
+  EXPECT_TRUE(hub.starts_with("https://") && hub.ends_with("/")) << hub;
 }
 
 }  // namespace
