@@ -38,11 +38,6 @@ TEST_F(AlreadyHere, is_a_file_of_another_size_than_expected_that_may_not_be_read
   EXPECT_EQ(read_file(bundle() / "calibration.json"), "x");
 }
 
-TEST_F(AlreadyHere, is_not_a_file_of_size_zero) {
-  put("calibration.json", "");
-  expect_calibration_downloaded();
-}
-
 TEST_F(AlreadyHere, is_a_directory_at_the_final_name) {
   fs::create_directories(bundle() / "calibration.json");
   expect_calibration_left_alone();

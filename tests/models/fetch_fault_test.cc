@@ -1,5 +1,4 @@
-// What can go wrong around a download besides the answers and curl's end: what stands in its way,
-// the disk, the renaming, the output, the wait for curl.
+// Failures around a download: obstacles, the disk, the rename, the output, the wait for curl.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -43,7 +42,7 @@ TEST_F(FetchFault, a_directory_at_the_part_name_fails_the_download_and_stays) {
   EXPECT_EQ(read_file(bundle() / "tokenizer.json.part/inside"), "mine");
 }
 
-// The directory takes the file's place while curl is on its way.
+// The directory appears at the file's final name while curl runs.
 TEST_F(FetchFault, a_file_that_cannot_be_renamed_ends_the_fetch_and_keeps_its_part) {
   const LoopbackServer server(0, [&](const std::string& request) {
     write_file(bundle() / "tokenizer.json/inside", "mine");
@@ -81,7 +80,7 @@ TEST_F(FetchFault, an_output_that_takes_nothing_keeps_no_file_from_being_fetched
 
 using FetchWithFaults = WithFaults<FetchFault>;
 
-// Held up long enough for curl to end, velun asks in vain how it did.
+// The wait starts after curl has ended, and fails.
 TEST_F(FetchWithFaults, a_wait_that_fails_counts_as_a_finished_download) {
   put("tokenizer.json", tokenizer_body);
   put("calibration.json", calibration_body);
