@@ -1,4 +1,4 @@
-// The command around the downloads: its words, the directory it fills, the files it writes itself.
+// The command around the downloads: its arguments, its directory, its own two files.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -18,16 +18,12 @@ class ModelFetch : public Fetching {
  protected:
   ModelFetch() { use_mirror(server.port()); }
 
-  void put_all_files() const {
-    put("tokenizer.json", tokenizer_body);
-    put("calibration.json", calibration_body);
-    put("model.fp32.onnx", graph_body);
-  }
-
   LoopbackServer server{0, serving(mirror_files)};
 };
 
-TEST_F(ModelFetch, fills_an_empty_home_with_a_whole_bundle) {
+TEST_F(ModelFetch, fills_an_empty_home_with_a_whole_bundle_and_leaves_the_config_file_alone) {
+  sandbox.configure("# mine\nmode: protect\n");
+  const std::string before = read_file(sandbox.config_file());
   EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(server.paths(), mirror_paths);
   EXPECT_EQ(names_in(sandbox.state_dir()), Words{"models"});
@@ -35,20 +31,7 @@ TEST_F(ModelFetch, fills_an_empty_home_with_a_whole_bundle) {
   expect_bundle_of(mirror_files);
   EXPECT_EQ(read_file(bundle() / "labels.json"), nineteen_heads);
   EXPECT_EQ(read_file(bundle() / "manifest.json"), catalog_manifest);
-}
-
-TEST_F(ModelFetch, leaves_the_config_file_alone) {
-  sandbox.configure("# mine\nmode: protect\n");
-  const std::string before = read_file(sandbox.config_file());
-  EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(read_file(sandbox.config_file()), before);
-}
-
-TEST_F(ModelFetch, fills_the_state_directory_that_the_config_names) {
-  sandbox.configure("state_dir: " + (sandbox.root() / "a/b").string() + "\n");
-  EXPECT_EQ(fetch(), success(fresh_fetch));
-  EXPECT_EQ(read_file(sandbox.root() / "a/b/models/velun-pii-m-v1.3/labels.json"), nineteen_heads);
-  EXPECT_FALSE(fs::exists(sandbox.state_dir()));
 }
 
 TEST_F(ModelFetch, leaves_files_as_open_as_the_file_creation_mask_does) {
@@ -68,6 +51,7 @@ TEST_F(ModelFetch, fills_a_relative_state_directory_below_the_current_one) {
   sandbox.configure("state_dir: own\n");
   EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(read_file(sandbox.root() / "own/models/velun-pii-m-v1.3/model.fp32.onnx"), graph_body);
+  EXPECT_FALSE(fs::exists(sandbox.state_dir()));
 }
 
 TEST_F(ModelFetch, of_the_compact_variant_says_that_there_is_none_and_takes_the_full_one) {
@@ -75,7 +59,7 @@ TEST_F(ModelFetch, of_the_compact_variant_says_that_there_is_none_and_takes_the_
   EXPECT_EQ(server.paths(), mirror_paths);
 }
 
-TEST_F(ModelFetch, of_any_other_word_is_the_full_variant_without_remark) {
+TEST_F(ModelFetch, of_any_other_word_prints_no_remark) {
   for (const char* word : {"full", "", "Compact", "compact ", "--compact"}) {
     EXPECT_EQ(seen(sandbox.velun({"model", "fetch", word})), success(fresh_fetch)) << word;
     fs::remove_all(sandbox.models_dir());
@@ -83,7 +67,9 @@ TEST_F(ModelFetch, of_any_other_word_is_the_full_variant_without_remark) {
 }
 
 TEST_F(ModelFetch, rewrites_labels_and_manifest_when_every_file_is_there) {
-  put_all_files();
+  put("tokenizer.json", tokenizer_body);
+  put("calibration.json", calibration_body);
+  put("model.fp32.onnx", graph_body);
   put("labels.json", std::string(10000, 'x'));
   put("manifest.json", std::string(10000, 'x'));
   EXPECT_EQ(fetch(), success(second_fetch));
@@ -101,29 +87,13 @@ TEST_F(ModelFetch, that_fails_writes_neither_labels_nor_manifest) {
   EXPECT_EQ(read_file(bundle() / "manifest.json"), "old manifest");
 }
 
-TEST_F(ModelFetch, does_not_report_a_bundle_directory_that_cannot_be_written) {
-  put_all_files();
-  fs::permissions(bundle(), fs::perms::owner_read | fs::perms::owner_exec);
-  RunOptions options;
-  options.as_nobody = true;
-  EXPECT_EQ(fetch(options), success(second_fetch));
-  EXPECT_EQ(seen(sandbox.velun({"model", "list"})), success("  velun-pii-m-v1.3  (incomplete)\n"));
-}
-
-TEST_F(ModelFetch, leaves_files_of_the_user_in_the_bundle) {
-  put("notes.txt", "mine");
-  put("model.int8.onnx", "mine too");
-  EXPECT_EQ(fetch(), success(fresh_fetch));
-  EXPECT_EQ(read_file(bundle() / "notes.txt"), "mine");
-  EXPECT_EQ(read_file(bundle() / "model.int8.onnx"), "mine too");
-}
-
-TEST_F(ModelFetch, goes_through_a_link_that_stands_for_the_bundle_directory) {
-  fs::create_directories(sandbox.root() / "big disk");
+TEST_F(ModelFetch, goes_through_a_link_to_a_directory_and_leaves_the_files_of_the_user) {
+  write_file(sandbox.root() / "big disk/notes.txt", "mine");
   fs::create_directories(sandbox.models_dir());
   fs::create_directory_symlink(sandbox.root() / "big disk", bundle());
   EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(read_file(sandbox.root() / "big disk/model.fp32.onnx"), graph_body);
+  EXPECT_EQ(read_file(sandbox.root() / "big disk/notes.txt"), "mine");
 }
 
 TEST_F(ModelFetch, ends_through_the_termination_path_when_the_directory_cannot_be_made) {

@@ -42,46 +42,23 @@ class ModelUse : public ::testing::Test {
 };
 
 TEST_F(ModelUse, of_an_id_stores_the_path_below_the_models_directory) {
+  sandbox.configure("model_dir: /opt/old\n");
   expect_stored("one", complete(sandbox.models_dir() / "one"));
 }
 
-TEST_F(ModelUse, of_an_absolute_path_stores_it) {
-  const std::string bundle = complete(sandbox.root() / "elsewhere");
-  expect_stored(bundle, bundle);
-}
-
-TEST_F(ModelUse, of_a_relative_path_stores_it_behind_the_current_directory) {
-  complete(sandbox.root() / "sub/bundle");
-  expect_stored("sub/bundle", sandbox.root().string() + "/sub/bundle");
-}
-
-TEST_F(ModelUse, stores_a_path_without_tidying_it) {
-  complete(sandbox.root() / "bundle");
-  fs::create_directories(sandbox.root() / "sub");
+TEST_F(ModelUse, of_a_path_stores_it_behind_the_current_directory_without_tidying_it) {
   const std::string root = sandbox.root().string();
-  expect_stored("sub/.././bundle//", root + "/sub/.././bundle//");
-  expect_stored("./bundle", root + "/./bundle");
+  complete(root);
+  complete(root + "/bundle");
+  fs::create_directories(root + "/sub");
+  fs::create_directory_symlink("bundle", root + "/link");
+  for (const std::string path : {"bundle", "sub/.././bundle//", "./bundle", "link", "."}) {
+    expect_stored(path, root + "/" + path);
+  }
   expect_stored(root + "/sub/..//bundle/", root + "/sub/..//bundle/");
 }
 
-TEST_F(ModelUse, stores_the_name_of_a_link_not_its_goal) {
-  complete(sandbox.root() / "bundle");
-  fs::create_directory_symlink("bundle", sandbox.root() / "link");
-  expect_stored("link", sandbox.root().string() + "/link");
-}
-
-TEST_F(ModelUse, of_the_current_directory_stores_a_dot) {
-  complete(sandbox.root());
-  expect_stored(".", sandbox.root().string() + "/.");
-}
-
-TEST_F(ModelUse, prefers_a_directory_in_the_current_one_to_the_bundle_of_that_id) {
-  complete(sandbox.models_dir() / "one");
-  complete(sandbox.root() / "one");
-  expect_stored("one", sandbox.root().string() + "/one");
-}
-
-TEST_F(ModelUse, prefers_whatever_is_in_the_current_directory_even_if_it_is_no_bundle) {
+TEST_F(ModelUse, prefers_a_path_in_the_current_directory_even_if_it_is_no_bundle) {
   complete(sandbox.models_dir() / "one");
   write_file(sandbox.root() / "one", "a file");
   expect_refused("one", "one is incomplete (needs a graph, tokenizer.json, labels.json)\n");
@@ -102,23 +79,16 @@ TEST_F(ModelUse, of_a_relative_state_directory_stores_an_absolute_path) {
                         "state_dir: own\n"));
 }
 
-TEST_F(ModelUse, replaces_the_bundle_in_use) {
-  sandbox.configure("model_dir: /opt/old\n");
-  expect_stored("one", complete(sandbox.models_dir() / "one"));
-}
-
 TEST_F(ModelUse, drops_the_engine_url_and_keeps_every_other_key) {
   const std::string bundle = complete(sandbox.models_dir() / "one");
-  sandbox.configure(
-      "mode: protect\nendpoint_url: \"http://127.0.0.1:9\"\nnames: false\nstate_dir: " +
-      sandbox.state_dir().string() + "\nintercept_apps: [chatgpt]\nintercept_port: 9000\n");
+  const std::string others = "state_dir: " + sandbox.state_dir().string() +
+                             "\nnames: false\nintercept_apps: [chatgpt]\nintercept_port: 9000\n";
+  sandbox.configure("mode: protect\nendpoint_url: \"http://127.0.0.1:9\"\n" + others);
   EXPECT_EQ(use("one"), success(sandbox.wrote()));
   EXPECT_EQ(read_file(sandbox.config_file()),
             "# Velun CLI configuration. `velun help config` documents every key.\nmode: protect\n"
             "model_dir: " +
-                bundle + "\n" + sandbox.port_lines() +
-                "state_dir: " + sandbox.state_dir().string() +
-                "\nnames: false\nintercept_apps: [chatgpt]\nintercept_port: 9000\n");
+                bundle + "\n" + sandbox.port_lines() + others);
 }
 
 TEST_F(ModelUse, needs_an_argument) {
@@ -156,19 +126,14 @@ TEST_F(ModelUse, says_how_to_load_the_bundle_when_a_daemon_runs) {
             sandbox.rendering("watch", "model_dir: " + bundle + "\n"));
 }
 
-TEST_F(ModelUse, says_nothing_of_a_restart_when_the_daemon_is_not_well) {
+TEST_F(ModelUse, asks_for_no_restart_of_a_daemon_that_is_not_well_and_asks_none_if_it_fails) {
   complete(sandbox.models_dir() / "one");
   const LoopbackServer control(sandbox.control_port(),
                                [](const std::string&) { return answer(503, "busy"); });
-  EXPECT_EQ(use("one"), success(sandbox.wrote()));
-  EXPECT_EQ(control.requests().size(), 1U);
-}
-
-TEST_F(ModelUse, that_fails_does_not_ask_the_daemon) {
-  const LoopbackServer control(sandbox.control_port(),
-                               [](const std::string&) { return answer(200, "ok"); });
   EXPECT_EQ(use("none"), failure("no bundle at none — `velun model list`\n"));
   EXPECT_EQ(control.requests().size(), 0U);
+  EXPECT_EQ(use("one"), success(sandbox.wrote()));
+  EXPECT_EQ(control.requests().size(), 1U);
 }
 
 class FetchThenUse : public Fetching {};
