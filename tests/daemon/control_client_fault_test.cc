@@ -193,5 +193,18 @@ TEST(ControlFault, no_call_leaves_a_descriptor_open) {
   close(listener);
 }
 
+TEST(ControlFault, a_wait_that_is_interrupted_neither_ends_the_call_nor_prolongs_it) {
+  const LoopbackServer daemon(0, [](const std::string&) { return Reply{"", Ending::hang}; });
+  signal(SIGUSR1, [](int) {});
+  std::thread other([caller = pthread_self()] {
+    std::this_thread::sleep_for(milliseconds(300));
+    pthread_kill(caller, SIGUSR1);
+  });
+  const auto outcome = call(daemon.port());
+  other.join();
+  signal(SIGUSR1, SIG_DFL);
+  expect_failure_after_two_seconds(outcome);
+}
+
 }  // namespace
 }  // namespace velun::test

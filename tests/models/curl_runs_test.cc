@@ -217,6 +217,15 @@ TEST_F(RunCurl, returns_127_if_no_curl_can_be_executed) {
   EXPECT_EQ(run_curl("http://127.0.0.1:1/x", (sandbox.root() / "x").string(), ""), 127);
 }
 
+TEST_F(RunCurl, takes_the_first_curl_on_the_search_path) {
+  const ScriptedProgram first(sandbox.root() / "first/curl", "exit 11");
+  const ScriptedProgram second(sandbox.root() / "second/curl", "exit 12");
+  const std::string root = sandbox.root().string();
+  const EnvironmentVariable both(
+      "PATH", std::string(root).append("/none:" + root + "/first:" + root + "/second").c_str());
+  EXPECT_EQ(run_curl("http://127.0.0.1:1/x", (sandbox.root() / "x").string(), ""), 11);
+}
+
 TEST_F(RunCurl, for_a_model_that_is_not_gated_fails_without_an_explanation) {
   const EnvironmentVariable server("VELUN_MODEL_MIRROR", "http://127.0.0.1:1");
   const EnvironmentVariable token("VELUN_HF_TOKEN", nullptr);

@@ -168,5 +168,22 @@ TEST_F(ModelList, does_not_answer_an_unknown_word) {
   }
 }
 
+TEST_F(ModelList, takes_a_bundle_whose_files_have_too_long_paths_for_incomplete) {
+  const std::size_t longest_path = 4095;
+  std::string state_dir = sandbox.root();
+  while (state_dir.size() + 201 < longest_path - std::string("/models").size()) {
+    state_dir += "/" + std::string(200, 'd');
+  }
+  state_dir += "/";
+  state_dir.resize(longest_path - std::string("/models").size(), 'd');
+  sandbox.configure("state_dir: " + state_dir + "\n");
+  fs::create_directories(state_dir + "/models");
+  const fs::path before = fs::current_path();
+  fs::current_path(state_dir + "/models");
+  add_complete("one");
+  fs::current_path(before);
+  EXPECT_EQ(list(), success("  one  (incomplete)\n"));
+}
+
 }  // namespace
 }  // namespace velun::test
