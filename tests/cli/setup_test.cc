@@ -50,7 +50,6 @@ const std::vector<Dialogue> dialogues = {
      "protect",
      model},
     {"mode: monitor\n", "\n\n", {}, "watch", "none", "watch", ""},
-    {"mode: loud\n", "\n\n", {}, "watch", "none", "watch", ""},
     {engine, "\n\n", {}, "watch", "http://engine", "watch", engine_saved},
     {model, "\nnone\n", {}, "watch", "/data/m", "watch", ""},
     {engine, "\nnone\n", {}, "watch", "http://engine", "watch", ""},
@@ -80,11 +79,17 @@ TEST_F(SetupDialogue, asks_two_questions_with_offers_and_writes_the_answers) {
     }
     out += mode_question(row.mode_offer) + detection_question(row.detection_offer) +
            sandbox.wrote() + next_step;
-    const Outcome run = given(row.input);
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.out, out) << row.input;
-    EXPECT_EQ(file(), written(row.mode, row.line)) << row.input;
+    expect_dialogue(row.input, out, written(row.mode, row.line));
   }
+}
+
+TEST_F(SetupDialogue, offers_watch_in_the_place_of_a_word_that_is_no_mode) {
+  give_file("mode: loud\n");
+  EXPECT_EQ(seen(given("\n\n")),
+            ended(0, transcript("watch", "none"),
+                  sandbox.config_file().string() +
+                      " has problems:\n  line 1: mode must be off, watch or protect (got `loud`)\n"));
+  EXPECT_EQ(file(), written("watch"));
 }
 
 TEST_F(SetupDialogue, a_closed_or_unreadable_input_takes_both_offers) {
