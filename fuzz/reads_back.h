@@ -12,8 +12,8 @@
 
 namespace velun::fuzz {
 
-/// Empty items are dropped, and items with a comma are split. With an apostrophe in a bare item, the
-/// reader may take a "#" in the quotes of another item for the beginning of a comment.
+/// Empty items are dropped, and items with a comma are split. With an apostrophe in a bare item,
+/// the reader may take a "#" in the quotes of another item for the beginning of a comment.
 inline bool may_lose_items(const std::vector<std::string>& items) {
   const auto have = [&items](char c) {
     return std::any_of(items.begin(), items.end(),

@@ -85,10 +85,11 @@ TEST_F(SetupDialogue, asks_two_questions_with_offers_and_writes_the_answers) {
 
 TEST_F(SetupDialogue, offers_watch_in_the_place_of_a_word_that_is_no_mode) {
   give_file("mode: loud\n");
-  EXPECT_EQ(seen(given("\n\n")),
-            ended(0, transcript("watch", "none"),
-                  sandbox.config_file().string() +
-                      " has problems:\n  line 1: mode must be off, watch or protect (got `loud`)\n"));
+  EXPECT_EQ(
+      seen(given("\n\n")),
+      ended(0, transcript("watch", "none"),
+            sandbox.config_file().string() +
+                " has problems:\n  line 1: mode must be off, watch or protect (got `loud`)\n"));
   EXPECT_EQ(file(), written("watch"));
 }
 
