@@ -58,8 +58,8 @@ std::optional<std::string> log_report(const std::string& body) {
   if (answer.is_discarded()) {
     return std::nullopt;
   }
-  // By reference: copying deeply nested entries would exhaust the stack. The lookup with a default
-  // is for the error that it raises if the answer is not an object.
+  // By reference: copying deeply nested entries would exhaust the stack. If the answer is not an
+  // object, the lookup with a default raises the library's error.
   const auto entries = answer.find("entries");
   if (entries == answer.end() ? answer.value("entries", json()).empty() : entries->empty()) {
     return "no requests yet (the transcript is RAM-only and empties on restart)\n";

@@ -17,8 +17,8 @@ std::optional<std::string> stats_report(const std::string& body);
 std::optional<std::string> log_report(const std::string& body);
 
 /// Print the reports. Return the exit status: 0, also if the daemon is not running; 1 if it answers
-/// the probe but its answer is refused or is not JSON. On an answer of an unexpected shape nothing
-/// is printed, and the library's exception ends the process.
+/// the probe but refuses the request, or if its answer is not JSON. On an answer of an unexpected
+/// shape nothing is printed, and the library's exception ends the process.
 int print_stats(const Config& config);
 int print_log(const Config& config);
 

@@ -34,7 +34,7 @@ _velun_drop_redirections() {
   [[ -z $target ]] && words=("${kept[@]}")
 }
 
-# Offers the words from "$2" on that begin with "$1". A quote may be open in "$1".
+# Offers those of the words "${@:2}" that begin with "$1". A quote may be open in "$1".
 _velun_offer() {
   local quoted=() word
   # compgen expands the words of its list. Quotes prevent that: a name must not run as a command.
@@ -49,7 +49,7 @@ _velun_offer() {
 _velun_bundles() {
   local program=$1 lines line
   [[ $program != \~/* ]] || program=$HOME/${program:2}
-  # Not with read: it takes a newline behind an invalid byte for a part of that character.
+  # read would take a newline after an invalid byte as part of that character.
   mapfile -t lines < <(command -- "$program" model list 2>/dev/null </dev/null)
   bundles=()
   for line in "${lines[@]}"; do

@@ -21,7 +21,7 @@ bool load_config(Config& config, bool verbose) {
     }
     return false;
   }
-  // Valid keys are applied even if others are not: setup offers their values.
+  // Valid keys are applied even if other keys are invalid: setup offers their values.
   Problems problems;
   config = validate_config(parse_config_text(*text, problems), problems);
   if (problems.empty()) {

@@ -22,9 +22,8 @@ struct ConfigEntry {
 /// Sorted by the bytes of the keys; the validator reports problems in this order.
 using RawConfig = std::map<std::string, ConfigEntry>;
 
-/// What is wrong with the file, in the order of reporting: first the reader appends, then the
-/// validator. Each text is one line for the user, starting with "line N: " when one line is to
-/// blame.
+/// The problems of the file as the user sees them: first the reader's, then the validator's. A
+/// problem that concerns a single line begins with "line N: ".
 using Problems = std::vector<std::string>;
 
 /// Reads the whole text. A bad line appends one problem and adds nothing to the result. The first

@@ -51,7 +51,7 @@ using Judge = Verdict (*)(const std::string& value, Config& config);
 
 struct KnownKey {
   std::string_view key;
-  std::string_view takes;                       // the value it takes, as its problems say it
+  std::string_view takes;                       // the kind of value, in the words of its problems
   std::variant<Text, Port, List, Judge> value;  // its field, or the check that sets it
 };
 

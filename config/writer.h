@@ -1,7 +1,7 @@
-// Turns a `Config` into the text of `velun.yaml`. A valid record reads back as the same one, except
-// for an `intercept_port` without `intercept_apps` (not written), list items that are empty or hold
-// a comma, a bare value that ends in a carriage return (lost with the blanks before it), and lists
-// whose bare items hold an apostrophe.
+// Turns a `Config` into the text of `velun.yaml`. A valid record is read back unchanged, with these
+// exceptions: without `intercept_apps`, `intercept_port` is not written; empty list items are
+// dropped, and items with a comma are split; a bare value that ends in a carriage return loses it
+// and the blanks before it; a list with an apostrophe in a bare item may be refused.
 #pragma once
 
 #include <string>

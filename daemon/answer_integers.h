@@ -7,9 +7,9 @@
 namespace velun {
 
 /// Converts a JSON value as the library does: a number is truncated to the width of `Integer`, a
-/// fraction is dropped, true and false give 1 and 0. Throws the library's type error for any other
-/// type. A floating-point number out of range, for which the library's conversion is undefined,
-/// gives the smallest integer.
+/// fraction is dropped, true and false give 1 and 0 (but the library refuses them for its own type,
+/// `std::int64_t`). Throws the library's type error for any other type. A floating-point number out
+/// of range, for which the library's conversion is undefined, gives the smallest integer.
 template <typename Integer, typename Json>
 Integer to_integer(const Json& value) {
   constexpr auto smallest = std::numeric_limits<Integer>::min();
@@ -24,8 +24,8 @@ Integer to_integer(const Json& value) {
 }
 
 /// The member `name` of an object as an integer, 0 if there is none. Throws the library's type
-/// error like `to_integer`, and if `object` is not an object: the lookup with a default raises
-/// that.
+/// error as `to_integer` does, and also if `object` is not an object; then the lookup with a
+/// default raises it.
 template <typename Integer, typename Json>
 Integer integer_member(const Json& object, const char* name) {
   const auto member = object.find(name);

@@ -41,13 +41,13 @@ std::string fetch_body(int port, const std::string& request, std::chrono::millis
   stream.expires_after(limit);  // for all steps together
   if (!run_step(io, [&](auto done) { stream.async_connect(daemon, done); }) ||
       !run_step(io, [&](auto done) { asio::async_write(stream, asio::buffer(request), done); }) ||
-      // The header first: if the body arrives with it, the library does not enforce its limit on an
-      // announced length.
+      // Reads the header by itself. Otherwise the library would not check the announced length of a
+      // body that arrives with the header.
       !run_step(io, [&](auto done) { http::async_read_header(stream, buffer, parser, done); })) {
     return "";
   }
-  // More room makes fewer reads. Reserved after the header, because the library's limit on headers
-  // depends on the room.
+  // A larger buffer needs fewer reads. It is reserved after the header, because the library's limit
+  // on headers depends on the buffer's capacity.
   buffer.reserve(65536);
   if (!run_step(io, [&](auto done) { http::async_read(stream, buffer, parser, done); }) ||
       parser.get().result() != http::status::ok) {

@@ -1,6 +1,5 @@
-// The only way velun talks to the daemon: plain HTTP/1.1 GET requests to its control API on
-// 127.0.0.1, one connection each. The client prints nothing and reads no file; callers pass the
-// token and report failures.
+// The client of the daemon's control API: plain HTTP/1.1 GET requests to 127.0.0.1, one connection
+// each. It prints nothing and reads no file; callers pass the token and report failures.
 #pragma once
 
 #include <chrono>

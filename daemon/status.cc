@@ -80,7 +80,8 @@ int print_status(const Config& config) {
     print("not running (configured mode: " + config.mode + ")\n");
     return status_success;
   }
-  // Healthy without the token and empty with it: the likeliest reason is a token of another daemon.
+  // The daemon answers without the token but not with it. Most likely the token belongs to another
+  // daemon.
   if (body->empty()) {
     print_error("the daemon answers /healthz but refused /v1/status — token mismatch?\n");
     return status_failure;

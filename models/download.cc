@@ -50,7 +50,7 @@ int download_from_hub(const Config& config, const ModelCard& card, const BundleF
     const TokenHeader header(token_header_of(config), token);
     return run_curl(url, part, header.path().string());
   }
-  // No explanation if a token was refused: the user has already followed it.
+  // With a token, no explanation is printed: the user has already followed it.
   const int status = run_curl(url, part, "");
   if (status != 0 && card.gated) {
     explain_gate(card, file);
@@ -94,7 +94,7 @@ bool download_file(const Config& config, const ModelCard& card, const BundleFile
                    const fs::path& bundle) {
   const fs::path final_path = bundle / file.local_name;
   std::error_code error;
-  // Something without a size, such as a directory, counts as here, as it does in a complete bundle.
+  // A directory, which has no size, counts as present. It does so in a complete bundle, too.
   if (path_exists(final_path) && fs::file_size(final_path, error) != 0) {
     print("  " + file.local_name + " — already here\n");
     return true;

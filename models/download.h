@@ -1,6 +1,5 @@
 // Downloads the files of a bundle, one `curl` run per file and source: the mirror first, then the
-// model hub. A file gets its final name only after its download succeeded, so no truncated file has
-// that name.
+// model hub. A file gets its final name only after its download succeeded.
 #pragma once
 
 #include <cstdint>

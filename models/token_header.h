@@ -28,7 +28,7 @@ class TokenHeader {
 
  private:
   std::filesystem::path path_;
-  int file_ = -1;  // open until the end: truncating it works under any name
+  int file_ = -1;  // kept open: the destructor truncates the file even if it was renamed
 };
 
 /// Removes the header file of an earlier run that was killed.

@@ -26,7 +26,7 @@ void execute(std::vector<std::string>& words) {
   argv.push_back(nullptr);
   signal(SIGPIPE, ignore_sigpipe());
   execvp(argv[0], argv.data());
-  // The caller still has to report the failure, and a closed standard error must not end it first.
+  // The caller still has to report the failure. SIGPIPE on standard error must not end it before.
   signal(SIGPIPE, SIG_IGN);
 }
 

@@ -29,8 +29,8 @@ std::optional<std::string> read_file(const std::filesystem::path& path) {
   const auto size = static_cast<std::size_t>(S_ISREG(status.st_mode) ? status.st_size : 0);
   std::string text;
   ssize_t count = 0;
-  // One read takes a file that has grown by less than 4,096 bytes. No read follows once the known
-  // size is reached: it could append bytes of a later save.
+  // One read is enough even if the file has grown by less than 4,096 bytes since fstat. Reading
+  // stops once the known size is reached: another read could append bytes of a later save.
   do {
     const std::size_t had = text.size();
     text.resize(std::max(size, had) + 4096);
@@ -55,7 +55,7 @@ void remove_file(const std::filesystem::path& path) {
 
 void write_file(const std::filesystem::path& path, std::string_view text) {
   if (const File file(std::fopen(path.c_str(), "we")); file != nullptr) {
-    // In one piece, so a reader that comes in between finds all of the text or none of it.
+    // Writes once, without a buffer, so a concurrent reader finds the whole text or an empty file.
     std::setvbuf(file.get(), nullptr, _IONBF, 0);
     std::fwrite(text.data(), 1, text.size(), file.get());
   }

@@ -10,8 +10,8 @@
 
 namespace velun {
 
-/// True when anything is at the path, links followed. A question that fails, because a name is too
-/// long or a permission is missing, counts as no.
+/// True if anything is at the path, links followed. False also if the check fails, for example
+/// because a name is too long or a permission is missing.
 bool path_exists(const std::filesystem::path& path);
 
 /// Closes a file with its scope.
