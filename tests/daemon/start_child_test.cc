@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 
 #include <atomic>
+#include <cstring>
 
 #include "tests/support/lifecycle.h"
 
@@ -13,7 +14,7 @@ namespace fs = std::filesystem;
 namespace velun::test {
 namespace {
 
-// What the forked child is and does, and how velun takes its end.
+// How the child is started, and what velun does when it ends.
 class StartChild : public Lifecycle {
  protected:
   StartChild() { sandbox.configure(); }
@@ -33,35 +34,6 @@ TEST_F(StartChild, that_ends_in_any_way_before_answering_is_a_failure) {
   }
 }
 
-TEST_F(StartChild, that_exits_is_collected_by_velun_itself) {
-  const ScriptedProgram daemon = install_daemon("exit 3");
-  EXPECT_EQ(sandbox.velun({"start"}).status, 1);
-  ASSERT_EQ(daemon.runs().size(), 1U);
-  // A zombie would have come down to this process.
-  EXPECT_EQ(wait_for(daemon.runs()[0].pid, std::chrono::milliseconds(200)), -1);
-  EXPECT_FALSE(is_running(daemon.runs()[0].pid));
-}
-
-TEST_F(StartChild, whose_exec_failed_is_on_record_and_ends_with_127) {
-  sandbox.environment["VELUND"] = "/does/not/exist";
-  // The second probe holds velun up, so that it can be ended before it collects the child.
-  std::atomic<int> probes = 0;
-  const LoopbackServer control(sandbox.control_port(), [&](const std::string&) {
-    return ++probes == 1 ? answer(503, "") : Reply{"", Ending::hang};
-  });
-  const pid_t velun = sandbox.start_velun({"start"});
-  ASSERT_TRUE(eventually([&] { return probes == 2; }));
-  kill(velun, SIGKILL);
-  ASSERT_NE(wait_for(velun, std::chrono::seconds(10)), -1);
-  // Only this process's own child or one that it adopted can be waited for.
-  const pid_t pid = std::stoi(read_file(sandbox.pid_file()));
-  EXPECT_EQ(read_file(sandbox.pid_file()), std::to_string(pid) + "\n");
-  const int status = wait_for(pid, std::chrono::seconds(10));
-  ASSERT_TRUE(status != -1 && WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 127);
-  EXPECT_EQ(read_file(sandbox.output_file()), "could not start /does/not/exist: exec failed\n");
-}
-
 TEST_F(StartChild, has_a_session_and_a_process_group_of_its_own) {
   const ScriptedProgram daemon = install_daemon("exit 3");
   sandbox.velun({"start"});
@@ -70,7 +42,7 @@ TEST_F(StartChild, has_a_session_and_a_process_group_of_its_own) {
   EXPECT_EQ(daemon.runs()[0].group, daemon.runs()[0].pid);
 }
 
-// All else that a program finds itself with when it begins.
+// What a program inherits, as text.
 std::string surroundings(const RecordedRun& run) {
   std::string text = "in " + run.directory + "\n" + run.environment + "\n";
   for (const char* field : {"Umask", "SigBlk", "SigIgn"}) {
@@ -82,7 +54,7 @@ std::string surroundings(const RecordedRun& run) {
   return text;
 }
 
-// A start with nothing as it usually is; `pipe_action` is what SIGPIPE does.
+// Changes all that a child inherits; `pipe_action` is the action of SIGPIPE.
 RunOptions unusual_start(const fs::path& directory, sighandler_t pipe_action) {
   RunOptions options;
   options.directory = directory;
@@ -111,13 +83,6 @@ TEST_F(StartChild, finds_all_else_as_velun_found_it) {
   }
 }
 
-TEST_F(StartChild, runs_also_when_velun_cannot_print) {
-  const ScriptedProgram daemon = install_daemon("forever");
-  const LoopbackServer control = port_of_daemon(daemon);
-  EXPECT_EQ(seen(sandbox.velun({"mode", "watch"}, with_full_output())), success(""));
-  EXPECT_EQ(daemon.runs().size(), 1U);
-}
-
 TEST_F(StartChild, that_cannot_be_forked_is_reported_and_leaves_no_pid_file) {
   const ScriptedProgram daemon = install_daemon("forever");
   // The leak check at the exit of a sanitizer build forks a process as well.
@@ -131,6 +96,73 @@ TEST_F(StartChild, that_cannot_be_forked_is_reported_and_leaves_no_pid_file) {
   EXPECT_EQ(daemon.runs().size(), 0U);
   EXPECT_TRUE(fs::is_directory(sandbox.state_dir()));
   EXPECT_FALSE(fs::exists(sandbox.pid_file()));
+}
+
+TEST_F(StartChild, without_a_program_format_runs_in_a_shell_or_says_that_the_exec_failed) {
+  const fs::path program = sandbox.root() / "programs/daemon";
+  sandbox.environment["VELUND"] = program;
+  // Every shell does the same with such files: those without a format are scripts of its own.
+  for (const std::string script : {"", "exit 3\n", "kill -9 $$\n", "#!/does/not/exist\n"}) {
+    write_file(program, script);
+    fs::permissions(program, fs::perms::owner_all);
+    const std::string reason = script[0] == '#' ? exec_failed_text(program) : "";
+    EXPECT_EQ(seen(sandbox.velun({"start"})), failure(reason + exited())) << script;
+  }
+}
+
+// Signals between the pauses: the port answers only when the test says so.
+class StartSignal : public StartChild {
+ protected:
+  /// Starts velun. Returns when the daemon runs and velun has probed after its first pause.
+  pid_t start() {
+    RunOptions options;
+    options.in_child = [] {
+      for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        signal(number, SIG_DFL);
+      }
+    };
+    const std::size_t asked = control.requests().size();
+    const std::size_t ran = daemon.runs().size();
+    const pid_t velun = sandbox.start_velun({"start"}, options);
+    EXPECT_TRUE(eventually(
+        [&] { return control.requests().size() > asked + 1 && daemon.runs().size() > ran; }));
+    return velun;
+  }
+
+  ScriptedProgram daemon = install_daemon("forever");
+  std::atomic<bool> ready = false;
+  LoopbackServer control{sandbox.control_port(), [this](const std::string&) {
+                           return ready ? answer(200, "ok") : answer(503, "");
+                         }};
+};
+
+TEST_F(StartSignal, that_ends_velun_leaves_the_daemon_running_and_on_record) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGKILL}) {
+    SCOPED_TRACE(strsignal(number));
+    const pid_t velun = start();
+    kill(velun, number);
+    const int status = wait_for(velun, std::chrono::seconds(10));
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == number);
+    const pid_t pid = daemon.runs().back().pid;
+    EXPECT_EQ(read_file(sandbox.output_file()), "");
+    EXPECT_TRUE(is_running(pid));
+    EXPECT_EQ(read_file(sandbox.pid_file()), std::to_string(pid) + "\n");
+    ready = true;
+    EXPECT_EQ(seen(sandbox.velun({"stop"})), success("stopped\n"));
+    EXPECT_FALSE(is_running(pid));
+    ready = false;
+  }
+}
+
+TEST_F(StartSignal, that_ends_nobody_changes_nothing) {
+  const pid_t velun = start();
+  for (const int number : {SIGSTOP, SIGCONT, SIGWINCH, SIGURG, SIGCHLD, SIGSTOP, SIGCONT}) {
+    kill(velun, number);
+  }
+  EXPECT_TRUE(is_running(velun));
+  ready = true;
+  EXPECT_EQ(wait_for(velun, std::chrono::seconds(10)), 0);
+  EXPECT_EQ(read_file(sandbox.output_file()), running_text(daemon.runs().at(0).pid, "watch"));
 }
 
 }  // namespace
