@@ -25,8 +25,11 @@ Words argv_with(const Words& after_quiet, const Words& last) {
   return argv;
 }
 
-TEST(DaemonArgv, of_a_default_configuration_names_no_state_directory) {
-  EXPECT_EQ(daemon_argv(Config()), argv_with({}, {}));
+TEST(DaemonArgv, without_applications_has_no_interception_port) {
+  Config config;
+  EXPECT_EQ(daemon_argv(config), argv_with({}, {}));
+  config.intercept_port = 4242;
+  EXPECT_EQ(daemon_argv(config), argv_with({}, {}));
 }
 
 TEST(DaemonArgv, protects_in_mode_protect_only) {
@@ -55,12 +58,6 @@ TEST(DaemonArgv, joins_applications_with_one_comma_and_keeps_empty_words_in_thei
   config.intercept_port = 4242;
   EXPECT_EQ(daemon_argv(config),
             argv_with({}, {"--intercept", ",claude-desktop,an app,", "--intercept-port", "4242"}));
-}
-
-TEST(DaemonArgv, leaves_the_interception_port_out_without_applications) {
-  Config config;
-  config.intercept_port = 4242;
-  EXPECT_EQ(daemon_argv(config), argv_with({}, {}));
 }
 
 // A config file cannot have both, so no process can show this.
@@ -137,7 +134,7 @@ TEST_F(StartArguments, go_through_no_shell) {
   EXPECT_EQ(names_in(sandbox.root()), (Words{"err", "home", "in", "out", "programs"}));
 }
 
-// Which program `start` executes. The daemons here end at once, so a start is over after its first
+// The program that `start` executes. These daemons end at once, so a start ends after its first
 // try.
 class StartProgram : public Lifecycle {
  protected:
