@@ -1,17 +1,17 @@
-"""The commands that are run, each in the surroundings in which it has most to do."""
+"""The commands to run, each in a situation in which it makes the most calls."""
 
 import dataclasses
 
 
 @dataclasses.dataclass(frozen=True)
 class Command:
-    """One command line and what velun finds when it runs."""
+    """One command line and the situation in which velun runs it."""
 
     name: str
     words: tuple
     lines: str = ""  # of the config file, after its ports; "none": there is no file
     answers: bool = False  # a daemon answers that velun has not started
-    recorded: str = ""  # whose pid is on record: "daemon" (it answers), "bystander" or "dead"
+    recorded: str = ""  # the process whose pid is on record: "daemon" (it answers), "bystander" or "dead"
     input: str = ""
     bundle: str = ""  # "whole", or "half" and the file with the token as a killed fetch left them
     refused: bool = False  # neither the mirror nor the hub delivers anything
@@ -20,8 +20,8 @@ class Command:
 
     @property
     def bound(self):
-        """The seconds within which it ends, whatever fails: a start probes fifty times for half a
-        second each, with pauses in between, and may stop a daemon first."""
+        """The seconds within which it ends, whichever call fails: a start probes fifty times for
+        half a second each, with pauses in between, and may stop a daemon first."""
         return 60 if self.starts else 15
 
 

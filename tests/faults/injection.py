@@ -1,8 +1,8 @@
-"""Which faults there are: every call that velun makes, and how each kind is likely to fail."""
+"""The faults: every system call that velun makes fails, with each error that it may return."""
 
 import re
 
-# Each error with the calls that are made to fail with it.
+# Each error, with the calls that fail with it.
 ERRORS = {
     "ECONNREFUSED": "connect",
     "ENOENT": "access faccessat faccessat2 getcwd getdents64 newfstatat openat readlink",
@@ -27,13 +27,13 @@ ERRORS = {
              " write",
 }
 
-# These return to velun in one way only, or not at all.
+# These calls cannot fail, or do not return.
 CANNOT_FAIL = {"exit_group", "getpid", "getppid", "gettid", "tgkill"}
 
 
 def own_calls(trace):
-    """The calls of a trace after the start of the C library: each as its name and how many calls of
-    that name there have been, itself included, which is how strace finds it again."""
+    """The calls of a trace after those of the C library's start. Each is a name and a number among
+    the calls of that name, by which strace finds it again."""
     counts = {}
     calls = []
     entered = False
@@ -50,8 +50,8 @@ def own_calls(trace):
 
 
 def ways_to_fail(call, number):
-    """What strace is told to do to the call of this number: fail once with each error, or from then
-    on every time. An interruption comes alone: velun tries again, as often as it takes."""
+    """The faults of the call of this number, in strace's words: it fails once with each error, or it
+    and all later calls fail. EINTR comes only once: velun repeats the call until it succeeds."""
     errors = [f"error={name}" for name, calls in ERRORS.items() if call in calls.split()]
     # The kernel returns the old end of the heap if it cannot be moved, and no error.
     faults = ["retval=0"] if call == "brk" else errors or ["error=EINVAL"]
@@ -60,7 +60,7 @@ def ways_to_fail(call, number):
 
 
 def was_injected(trace):
-    """Whether strace changed a call, in a trace of that kind of call alone."""
+    """Whether strace made a call of the trace fail."""
     return "(INJECTED)" in trace
 
 

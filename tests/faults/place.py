@@ -19,9 +19,9 @@ BUNDLE = "velun-pii-m-v1.3"
 MODEL_FILES = ["tokenizer.json", "calibration.json", "model.fp32.onnx"]
 PORTS = ["anthropic_port", "openai_port", "control_port"]
 
-# It writes each file in two pieces, so a file is truncated for a moment. The mirror lacks one
-# file, so velun asks the hub with the token. Run number $MUTE stays between the pieces until it is
-# killed.
+# This curl writes each file in two pieces, so a file is incomplete for a moment. The mirror lacks
+# one file, so velun asks the hub with the token. Run number $MUTE writes one piece and waits until it
+# is killed.
 CURL = """#!/bin/sh
 echo "$*" >>"$HOME/curls/log"
 while [ $# -gt 1 ]; do
@@ -60,21 +60,21 @@ class Run:
         self.config_before, self.record_before = self.config, self.record
 
     def read(self):
-        """Reads what there is now; what there is not is the empty text."""
+        """Reads the files of the run; a missing file reads as the empty text."""
         self.out, self.err, self.trace, self.curls, self.config, self.record = (
             file.read_text(errors="replace") if (file := self.home / name).exists() else ""
             for name in ("out", "err", "trace", "curls/log", ".config/velun/velun.yaml",
                          ".local/share/velun/velun-cli.pid"))
 
     def generic(self, text):
-        """The text with marks for what differs from run to run."""
+        """Replaces the home and the ports, which differ from run to run."""
         for index, own in enumerate([self.home, *self.ports]):
             text = text.replace(str(own), f"<{index}>")
         return text
 
 
 def end_with_parent():
-    """Runs in a child, so it does not outlive a runner that is killed."""
+    """Runs in a child, so the child ends with a runner that is killed."""
     libc.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
 
 
@@ -96,7 +96,7 @@ def eventually(condition, seconds=10):
 
 
 class Place:
-    """The surroundings of all runs of one worker process."""
+    """The home directories, ports and processes of the runs of one worker process."""
 
     def __init__(self, build, root):
         self.build = build
@@ -217,7 +217,7 @@ class Place:
         run.hung = not eventually(ended, command.bound)
         run.status = process.returncode
         run.read()
-        # Not asked again: velun cannot have seen it end later.
+        # Read only once: velun cannot have seen a later end of the daemon.
         run.daemon_gone = bool(daemon) and daemon.returncode is not None
         if not command.starts:
             eventually(lambda: not self.running(daemon), 1)

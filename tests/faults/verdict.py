@@ -1,4 +1,4 @@
-"""What must hold after every run, whatever call failed in it."""
+"""The rules that hold after every run, whichever call failed in it."""
 
 import json
 import re
@@ -6,7 +6,7 @@ import signal
 
 import place
 
-# What velun says on standard error, and the status that goes with it.
+# The lines on standard error of a run that ends with status 1, and of one that ends with status 2.
 FAILURES = [
     r"no configuration at .* — run `velun setup` first", r".* has problems:",
     r"model_dir does not exist: .*", r"fork failed", r"velund exited during startup — .*",
@@ -49,7 +49,7 @@ def last_line(run):
 
 
 def status_of_text(run, usual):
-    """The status that a reader of velun's words would expect; none if they do not tell."""
+    """The status that the output stands for; None if it stands for no status."""
     errors = run.err.splitlines()
     if says(FAILURES, errors):
         return 1
@@ -70,7 +70,7 @@ def check_status(run, usual, silenced):
 
 
 def check_children(run, command, call):
-    """A daemon runs or has ended if velun says so, and nothing runs that is not on record."""
+    """A daemon runs, or has ended, if velun says so; every process that runs is on record."""
     found = []
     announced = re.search(r"^(?:running|started) \(pid (\d+)[,)]", run.out + run.err, re.MULTILINE)
     # The daemon that was there already may answer for one that could not get the port.
@@ -89,7 +89,7 @@ def check_children(run, command, call):
 
 
 def check_record(run, call):
-    """The pid file is whole; it goes with the daemon and stays after a refusal."""
+    """The pid file is whole. `stop` removes it with the daemon and keeps it after a refusal."""
     if not re.fullmatch(r"(\d+\n)?", run.record):
         return ["the pid file holds half a record"]
     ended = last_line(run) in ("stopped", "not running") and not run.running

@@ -1,7 +1,7 @@
-// Many velun at once on one home. Nothing guards them against each other: a command may find half a
-// config file or lose its daemon to another command, and fail for that. But each ends in time and
-// in a known way, says all that it has to say or nothing, and hits no process but the daemon. Saves
-// take turns by flock, as the manual page says, so the file loads once they are over.
+// Runs many commands at once in one home. Nothing locks them against each other: a command may read
+// half a config file, or another command may stop its daemon, and it may fail for that. But each
+// ends in time and in a known way, prints its whole report or none, and signals no process but the
+// daemon. Saves take turns by flock, as the manual page says, so the file loads afterwards.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -26,8 +26,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t at_once = 24;
-// A restart may wait for the end of one daemon and for the answer of the next, on a busy machine,
-// and a save for several of them.
+// On a busy machine, a restart may wait for one daemon to end and for the next to answer, and a
+// save may wait for several restarts.
 constexpr std::chrono::seconds limit{100};
 
 struct Command {
@@ -65,10 +65,10 @@ std::vector<Command> commands() {
   };
 }
 
-// One velun under way.
+// A velun that has not ended.
 struct Running {
   const Command* command;
-  fs::path directory;  // of its streams
+  fs::path directory;  // holds its standard streams
   Clock::time_point begun = Clock::now();
 };
 
@@ -79,7 +79,7 @@ class Concurrency : public ::testing::Test {
     const fs::path programs = sandbox.root() / "programs";
     install(programs / "curl",
             "while [ $# -gt 1 ]; do\n  [ \"$1\" = -o ] && echo '[]' >\"$2\"\n  shift\ndone\n");
-    // The defaults, which an empty file gives, have ports that are not the test's to use.
+    // An empty config file gives the default ports, which the test must not use.
     install(programs / "daemon", "case $* in\n  *'--control-port " +
                                      std::to_string(sandbox.control_port()) + " '*) exec '" +
                                      VELUN_STANDIN + "' \"$@\" ;;\nesac\nexit 1\n");
@@ -153,14 +153,14 @@ class Concurrency : public ::testing::Test {
     const std::string out = read_file(run.directory / "out");
     const std::string err = read_file(run.directory / "err");
     fs::remove_all(run.directory);
-    const bool finds_half_a_file = err.find("has problems") != std::string::npos;
+    const bool reads_half_a_file = err.find("has problems") != std::string::npos;
     bool fine = false;
     if (status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0) {
-      fine = std::regex_match(out, std::regex(command.report)) && !finds_half_a_file;
+      fine = std::regex_match(out, std::regex(command.report)) && !reads_half_a_file;
     } else if (status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 1) {
-      fine = finds_half_a_file ? !command.saves : command.may_fail && !err.empty();
+      fine = reads_half_a_file ? !command.saves : command.may_fail && !err.empty();
     } else if (status != -1 && WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) {
-      // Two fetches use one name for an unfinished file, and one renames it under the other.
+      // Two fetches use the same name for an unfinished file. One renames it before the other can.
       fine = command.words.back() == "fetch" && err.find(cannot("rename")) != std::string::npos;
     }
     EXPECT_TRUE(fine) << testing::PrintToString(command.words) << "\nended with the wait status "
@@ -175,7 +175,7 @@ class Concurrency : public ::testing::Test {
   std::size_t number_ = 0;
 };
 
-TEST_F(Concurrency, of_all_commands_on_one_home_crashes_none_hits_nobody_and_leaves_a_whole_file) {
+TEST_F(Concurrency, of_all_commands_crashes_none_signals_no_bystander_and_leaves_a_whole_file) {
   const char* seconds = std::getenv("VELUN_CONCURRENCY_SECONDS");
   run_for(std::chrono::seconds(seconds != nullptr ? std::atoi(seconds) : 3));
   EXPECT_EQ(neighbour.fate(), "there");

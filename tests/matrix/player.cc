@@ -27,7 +27,7 @@ pid_t dead_child() {
   return child;
 }
 
-// Every signal that can be blocked, except those about its own child.
+// Blocks every signal that can be blocked but SIGCHLD, and returns a descriptor to read them.
 int watch_signals() {
   sigset_t watched;
   sigfillset(&watched);
@@ -48,7 +48,7 @@ int watch_signals() {
       (part.user != 0 && (setgid(part.user) != 0 || setuid(part.user) != 0))) {
     _exit(1);
   }
-  // Only now: a change of the user takes it back.
+  // After the change of the user, which would reset this.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   const pid_t pid = part.zombie ? dead_child() : getpid();
   std::optional<LoopbackServer> server;
@@ -86,7 +86,7 @@ Player::Player(const Part& part) {
   socket_ = ends[0];
   const bool told = has_input(socket_, std::chrono::seconds(10)) &&
                     recv(socket_, &pid_, sizeof pid_, 0) == static_cast<ssize_t>(sizeof pid_);
-  EXPECT_TRUE(told) << "a part cannot be played";
+  EXPECT_TRUE(told) << "a player did not start";
 }
 
 Player::~Player() {
@@ -94,7 +94,7 @@ Player::~Player() {
 }
 
 std::string Player::fate() const {
-  // Seen by the process even while others hold a copy of this socket.
+  // Unlike close, this reaches the process even if other processes have a copy of the socket.
   shutdown(socket_, SHUT_WR);
   return RawListener::read_to_end(socket_);
 }

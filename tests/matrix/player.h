@@ -1,5 +1,4 @@
-// A process that plays a part around velun: a daemon, a listener, a bystander. It notes every
-// signal that reaches it.
+// A process of a test: a daemon, a listener or a bystander. It records every signal that it gets.
 #pragma once
 
 #include <sys/types.h>
@@ -10,31 +9,31 @@
 
 namespace velun::test {
 
-/// As which other user parts are played and velun is run without root's powers.
+/// The user that runs some players, and velun without root's powers.
 constexpr uid_t nobody = 65534;
 
 struct Part {
-  pid_t group = 0;      ///< the process group it joins; 0: it leads one of its own
-  uid_t user = 0;       ///< 0: the user of the test
-  bool zombie = false;  ///< has a dead child that it does not collect
-  int port = 0;         ///< where it listens, if anywhere
-  Reply reply = {};     ///< what it answers there
-  int lasts_ms = 0;     ///< how long it goes on after a signal; -1: as if there had been none
+  pid_t group = 0;      ///< the process group that it joins; 0: a group of its own
+  uid_t user = 0;       ///< the user that runs it; 0: that of the test
+  bool zombie = false;  ///< has an ended child that it does not reap
+  int port = 0;         ///< the port on which it listens; 0: none
+  Reply reply = {};     ///< its answer to each request
+  int lasts_ms = 0;     ///< the time from a signal to its end; -1: it does not end
 };
 
 class Player {
  public:
-  /// Returns once the part is played.
+  /// Returns when the process is ready.
   explicit Player(const Part& part);
   ~Player();
   Player(const Player&) = delete;
   Player& operator=(const Player&) = delete;
 
-  /// The process, or its zombie if it has one; 0 when the part cannot be played.
+  /// The pid of the process, or of its zombie if it has one; 0 if it could not start.
   pid_t pid() const { return pid_; }
 
-  /// Dismisses the process. Returns the number of every signal that has reached it, then "there",
-  /// or "ended" when one of them has ended it; neither when it was killed.
+  /// Ends the process. Returns the number of every signal that it got, then "there", or "ended" if
+  /// a signal ended it before. Neither word follows if it was killed.
   std::string fate() const;
 
  private:

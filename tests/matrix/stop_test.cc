@@ -1,5 +1,5 @@
-// Every meeting of a pid file, a process and a control port that `stop` can find, and what it has
-// to do in each: one table, which knows nothing of how velun does it.
+// Every combination of a pid file, a process and a control port that `stop` can find. One table of
+// rules, independent of the code of velun, says how it must end in each.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 namespace velun::test {
 namespace {
 
-// "%" is the process's pid, whatever process it is; "#" is 2^32 more.
+// "%" stands for the pid of the process, "#" for that number plus 2^32.
 struct Pid_text {
   const char* name;
   const char* text;
@@ -56,10 +56,10 @@ constexpr int never = -1;
 struct Process {
   const char* name;
   bool exists;
-  bool has_port;  // it is the one that holds the control port
-  bool alive;     // as far as a user can tell by a signal
-  int lasts_ms;   // from a signal to its end
-  bool zombie;    // what is recorded is its dead child
+  bool has_port;  // it listens on the control port
+  bool alive;     // the user may signal it
+  int lasts_ms;   // the time from a signal to its end
+  bool zombie;    // its ended child is recorded
 };
 
 constexpr Process processes[] = {
@@ -89,7 +89,7 @@ const Port ports[] = {
     {"half an answer", true, false, {"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nok"}},
 };
 
-// What the three come to.
+// Whether a condition of a rule must hold.
 enum class Is { no, yes, either };
 
 struct Rule {
@@ -124,7 +124,7 @@ struct Combination {
   bool is(const std::string& pid_text_name) const { return pid_text->name == pid_text_name; }
   bool other_user() const { return process->name == std::string("another user's"); }
   bool recorded_and_alive() const { return pid_text->names_the_process && process->alive; }
-  // Ports that make no difference but in the HTTP client are left to the whole matrix.
+  // Only the whole matrix has the ports that differ in the HTTP client alone.
   bool is_for_every_day() const {
     const std::string_view kind = port->name;
     return (kind == "free" || kind == "healthy" || kind == "500") && !takes_seconds();
@@ -172,7 +172,7 @@ std::string at(const fs::path& path) {
 
 constexpr pid_t larger_than_any_pid = (1 << 22) + 1;
 
-// The combination with real processes.
+// A combination, made of real processes.
 class Stopping {
  public:
   explicit Stopping(const Combination& cell) : cell_(cell) {
@@ -189,7 +189,7 @@ class Stopping {
     write_pid_file();
   }
 
-  // In a process group with the neighbour, so that a signal to velun's own group would be seen.
+  // Puts velun into the process group of the neighbour, which records a signal to that group.
   void start() {
     RunOptions options;
     options.as_nobody = as_nobody();
@@ -214,8 +214,7 @@ class Stopping {
   }
 
  private:
-  // Only without root's powers is there a file that cannot be read or a process not to be
-  // signalled.
+  // Root can read every file and signal every process.
   bool as_nobody() const {
     return geteuid() == 0 && (cell_.is("unreadable") || cell_.other_user());
   }
@@ -283,21 +282,21 @@ class Stopping {
   Sandbox sandbox_;
   std::optional<Player> neighbour_;
   std::optional<Player> process_;
-  std::optional<Player> companion_;  // in the process group of the process
+  std::optional<Player> companion_;  // in the same process group
   std::optional<Player> listener_;
   pid_t pid_ = 0;
   pid_t velun_ = 0;
 };
 
-// Texts that a velun gone wrong could take for -1, which stands for every process there is, are
-// tried only where there is no other.
+// A faulty velun could read these texts as -1 and signal every process. They are tried only in a
+// process namespace of their own.
 bool is_wanted(const Combination& cell) {
   const bool is_dangerous = cell.is("every process") || cell.is("thirty digits");
   return is_dangerous ? std::getenv("VELUN_MATRIX_APART") != nullptr
                       : std::getenv("VELUN_WHOLE_MATRIX") != nullptr || cell.is_for_every_day();
 }
 
-// Those that take seconds come first, and so wait together.
+// Those that take seconds come first, so they wait at the same time.
 std::vector<Combination> combinations(bool of_another_user) {
   std::vector<Combination> cells;
   for (const Pid_text& pid_text : pid_texts) {
@@ -315,7 +314,7 @@ std::vector<Combination> combinations(bool of_another_user) {
   return cells;
 }
 
-// Most of them only wait, so that many go on at a time.
+// Most of them only wait, so many run at a time.
 void play_all(const std::vector<Combination>& cells) {
   constexpr std::size_t at_once = 48;
   for (std::size_t next = 0; next < cells.size() && !testing::Test::HasFailure();) {
