@@ -288,22 +288,25 @@ class Stopping {
   pid_t velun_ = 0;
 };
 
-// A faulty velun could read these texts as -1 and signal every process. They are tried only in a
-// process namespace of their own.
+// Only root can run processes of two users. A faulty velun could read the dangerous texts as -1 and
+// signal every process, so these are tried only in a process namespace of their own.
 bool is_wanted(const Combination& cell) {
+  if (cell.other_user() && geteuid() != 0) {
+    return false;
+  }
   const bool is_dangerous = cell.is("every process") || cell.is("thirty digits");
   return is_dangerous ? std::getenv("VELUN_MATRIX_APART") != nullptr
                       : std::getenv("VELUN_WHOLE_MATRIX") != nullptr || cell.is_for_every_day();
 }
 
 // Those that take seconds come first, so they wait at the same time.
-std::vector<Combination> combinations(bool of_another_user) {
+std::vector<Combination> combinations() {
   std::vector<Combination> cells;
   for (const Pid_text& pid_text : pid_texts) {
     for (const Process& process : processes) {
       for (const Port& port : ports) {
         const Combination cell{&pid_text, &process, &port};
-        if (cell.other_user() == of_another_user && is_wanted(cell)) {
+        if (is_wanted(cell)) {
           cells.push_back(cell);
         }
       }
@@ -314,10 +317,11 @@ std::vector<Combination> combinations(bool of_another_user) {
   return cells;
 }
 
-// Most of them only wait, so many run at a time.
-void play_all(const std::vector<Combination>& cells) {
+TEST(StopMatrix, signals_only_what_is_recorded_while_a_daemon_answers) {
+  // Most of them only wait, so many run at a time.
   constexpr std::size_t at_once = 48;
-  for (std::size_t next = 0; next < cells.size() && !testing::Test::HasFailure();) {
+  const std::vector<Combination> cells = combinations();
+  for (std::size_t next = 0; next < cells.size() && !HasFailure();) {
     std::deque<Stopping> scenes;
     while (next < cells.size() && scenes.size() < at_once) {
       scenes.emplace_back(cells[next++]);
@@ -329,17 +333,6 @@ void play_all(const std::vector<Combination>& cells) {
       scene.judge();
     }
   }
-}
-
-TEST(StopMatrix, signals_only_what_is_recorded_while_a_daemon_answers) {
-  play_all(combinations(false));
-}
-
-TEST(StopMatrix, takes_a_process_of_another_user_for_gone) {
-  if (geteuid() != 0) {
-    GTEST_SKIP() << "takes root, to run processes of two users";
-  }
-  play_all(combinations(true));
 }
 
 }  // namespace
