@@ -1,14 +1,12 @@
 #include "cli/setup.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 
 #include "tests/support/dialogue.h"
-#include "tests/support/terminal.h"
 
 namespace velun::test {
 namespace {
@@ -182,68 +180,14 @@ TEST_F(SetupDialogue, a_question_is_out_before_its_answer_is_read) {
   EXPECT_TRUE(shown(transcript("watch", "none")));
 }
 
-// Answers and questions as the cursor meets them.
-class SetupOnATerminal : public SetupDialogue {
- protected:
-  Terminal terminal;
-
-  pid_t begin(const std::function<void()>& prepare = [] {}) {
-    RunOptions options;
-    options.in_child = [prepare, take_streams = terminal.as_streams()] {
-      take_streams();
-      prepare();
-    };
-    return sandbox.start_velun({"setup"}, options);
-  }
-
-  void expect_success(pid_t pid) { EXPECT_EQ(wait_for(pid, std::chrono::seconds(10)), 0); }
-
-  /// The text as the terminal shows it.
-  static std::string shown(const std::string& text) {
-    std::string result;
-    for (const char c : text) {
-      result += c == '\n' ? "\r\n" : std::string(1, c);
-    }
-    return result;
-  }
-};
-
-TEST_F(SetupOnATerminal, the_cursor_waits_behind_each_question) {
-  const pid_t pid = begin();
-  ASSERT_TRUE(terminal.shows(mode_question("watch")));
-  EXPECT_EQ(terminal.screen(), shown(greeting) + mode_question("watch"));
-  terminal.type("protect\n");
-  ASSERT_TRUE(terminal.shows(detection_question("none")));
-  terminal.type("none\n");
-  EXPECT_EQ(terminal.screen_at_the_end(),
-            shown(greeting + mode_question("watch") + "protect\n" + detection_question("none") +
-                  "none\n" + protect_warning + sandbox.wrote() + next_step));
-  expect_success(pid);
-  EXPECT_EQ(file(), written("protect"));
-}
-
-TEST_F(SetupOnATerminal, the_end_of_input_key_takes_the_offers) {
-  const pid_t pid = begin();
-  ASSERT_TRUE(terminal.shows(mode_question("watch")));
-  terminal.type("\x04");
-  EXPECT_EQ(terminal.screen_at_the_end(), shown(transcript("watch", "none")));
-  expect_success(pid);
+// script(1) gives velun a terminal and types the key once, as its own input is empty.
+TEST_F(SetupDialogue, one_end_of_input_key_at_a_terminal_takes_both_offers) {
+  RunOptions options;
+  options.program = "/usr/bin/script";
+  Outcome run = sandbox.velun({"-qec", "'" VELUN_BINARY "' setup", "/dev/null"}, options);
+  std::erase(run.out, '\r');
+  EXPECT_EQ(seen(run), success(transcript("watch", "none")));
   EXPECT_EQ(file(), written("watch"));
-}
-
-// The bare file name leaves nothing to be done before the save, at which velun is ended here.
-TEST_F(SetupOnATerminal, the_end_of_input_leaves_no_question_unseen) {
-  sandbox.environment["VELUN_CLI_CONFIG"] = "velun.yaml";
-  const pid_t pid = begin([] {
-    const rlimit no_files{0, 0};
-    setrlimit(RLIMIT_FSIZE, &no_files);
-    signal(SIGXFSZ, SIG_DFL);
-  });
-  ASSERT_TRUE(terminal.shows(mode_question("watch")));
-  terminal.type("\x04");
-  EXPECT_EQ(terminal.screen_at_the_end(),
-            shown(greeting) + mode_question("watch") + detection_question("none"));
-  EXPECT_EQ(wait_for(pid, std::chrono::seconds(10)) & 0x7f, SIGXFSZ);
 }
 
 // Label, offer, input, what is shown and what is returned.
