@@ -1,61 +1,63 @@
-#include "tests/standin/answers.h"
-
 #include <map>
-#include <nlohmann/json.hpp>
+
+#include <boost/beast/http/status.hpp>
+
+#include "tests/standin/standin.h"
 
 using nlohmann::json;
 
 namespace {
 
-// Flags are bytes; those that are not UTF-8 must not break the answer.
-Answer json_answer(unsigned status, const json& body) {
-  return {status, "application/json", body.dump(-1, ' ', false, json::error_handler_t::replace)};
+Response response(unsigned status, const std::string& type, const std::string& body) {
+  Response result;
+  result.result(status);
+  result.set(http::field::content_type, type);
+  result.body() = body;
+  result.keep_alive(false);
+  result.prepare_payload();
+  return result;
 }
 
-Answer refuse(unsigned status, const std::string& message) {
-  return json_answer(status, {{"type", "error"}, {"error", {{"message", message}}}});
+// Flags are bytes. Those that are not UTF-8 must not break the answer.
+Response json_response(unsigned status, const json& body) {
+  return response(status, "application/json",
+                  body.dump(-1, ' ', false, json::error_handler_t::replace));
 }
 
-std::string model_status(const Flags& flags) {
-  return flags.contains("--model")            ? "loaded"
-         : flags.contains("--model-endpoint") ? "endpoint"
-         : flags.contains("--names")          ? "pattern floor only"
-                                              : "none";
+Response refuse(unsigned status, const std::string& message) {
+  return json_response(status, {{"type", "error"}, {"error", {{"message", message}}}});
 }
 
-json listener(const Flags& flags, const std::string& app) {
-  return {{"app", app}, {"port", port_of(flags, "--" + app + "-port")}};
+json port(const Flags& flags, const std::string& flag) {
+  return flags.contains(flag) ? std::stoi(flags.at(flag)) : 0;
 }
 
 json status(const Flags& flags) {
+  const std::string model = flags.contains("--model")            ? "loaded"
+                            : flags.contains("--model-endpoint") ? "endpoint"
+                            : flags.contains("--names")          ? "pattern floor only"
+                                                                 : "none";
+  json listeners = json::array();
+  for (const std::string app : {"anthropic", "openai"}) {
+    listeners.push_back({{"app", app}, {"port", port(flags, "--" + app + "-port")}});
+  }
   json report = {
       {"mode", flags.contains("--protect") ? "protect" : "monitor"},
-      {"model_status", model_status(flags)},
-      {"listeners", json::array({listener(flags, "anthropic"), listener(flags, "openai")})},
+      {"model_status", model},
+      {"listeners", listeners},
       {"intercept",
-       {{"enabled", flags.contains("--intercept")}, {"port", port_of(flags, "--intercept-port")}}}};
-  if (const auto endpoint = flags.find("--model-endpoint"); endpoint != flags.end()) {
-    report["model_endpoint"] = endpoint->second;
+       {{"enabled", flags.contains("--intercept")}, {"port", port(flags, "--intercept-port")}}}};
+  if (flags.contains("--model-endpoint")) {
+    report["model_endpoint"] = flags.at("--model-endpoint");
   }
   return report;
 }
 
-json stats(const Ledger& ledger) {
-  return {{"requests", ledger.requests},
+json stats(const Standin& standin) {
+  return {{"requests", standin.requests},
           {"entities_protected", 0},
-          {"blocked_requests", ledger.blocked_requests},
-          {"cost_micros", ledger.cost_micros}};
-}
-
-json transcript(const Ledger& ledger) {
-  json entries = json::array();
-  for (const Entry& entry : ledger.entries) {
-    entries.push_back({{"app", entry.app},
-                       {"model", entry.model},
-                       {"outcome", entry.outcome},
-                       {"duration_ms", entry.duration_ms}});
-  }
-  return {{"entries", entries}};
+          {"blocked_requests", standin.blocked_requests},
+          {"cost_micros", standin.cost_micros}};
 }
 
 // The list price: four bytes of a request count as one token, and a million tokens cost 3 dollars.
@@ -82,43 +84,41 @@ std::string model_of(const json& request) {
 
 }  // namespace
 
-int port_of(const Flags& flags, const std::string& flag) {
-  const auto given = flags.find(flag);
-  return given == flags.end() ? 0 : std::stoi(given->second);
-}
-
-Answer answer_control(const Standin& standin, const Question& question) {
-  if (question.method != "GET") {
+Response answer_control(const Standin& standin, const Request& request) {
+  if (request.method() != http::verb::get) {
     return refuse(405, "only GET");
   }
-  if (question.target == "/healthz") {
-    return {200, "text/plain", "ok"};
+  if (request.target() == "/healthz") {
+    return response(200, "text/plain", "ok");
   }
   const std::map<std::string, json> reports = {{"/v1/status", status(standin.flags)},
-                                               {"/v1/stats", stats(standin.ledger)},
-                                               {"/v1/transcript", transcript(standin.ledger)}};
-  const auto report = reports.find(question.target);
+                                               {"/v1/stats", stats(standin)},
+                                               {"/v1/transcript", {{"entries", standin.entries}}}};
+  const auto report = reports.find(std::string(request.target()));
   if (report == reports.end()) {
     return refuse(404, "no such target");
   }
-  return question.authorization == "Bearer " + standin.token ? json_answer(200, report->second)
-                                                             : refuse(401, "wrong token");
+  return request[http::field::authorization] == "Bearer " + standin.token
+             ? json_response(200, report->second)
+             : refuse(401, "wrong token");
 }
 
-Answer answer_client(Ledger& ledger, const std::string& app, const Question& question) {
-  if (question.method != "POST") {
+Response answer_client(Standin& standin, const std::string& app, const Request& request,
+                       int duration_ms) {
+  if (request.method() != http::verb::post) {
     return refuse(405, "only POST");
   }
-  const json request = json::parse(question.body, nullptr, false);
-  const bool understood = request.is_object();
-  const std::string model = understood ? model_of(request) : "";
-  ledger.entries.push_back({app, model, understood ? "answered" : "refused", question.duration_ms});
-  if (!understood) {
-    ++ledger.blocked_requests;
+  const json body = json::parse(request.body(), nullptr, false);
+  const std::string model = body.is_object() ? model_of(body) : "";
+  standin.entries.push_back({{"app", app},
+                             {"model", model},
+                             {"outcome", body.is_object() ? "answered" : "refused"},
+                             {"duration_ms", duration_ms}});
+  if (!body.is_object()) {
+    ++standin.blocked_requests;
     return refuse(400, "the body is not a JSON object");
   }
-  ++ledger.requests;
-  ledger.cost_micros +=
-      micros_per_token * static_cast<std::int64_t>((question.body.size() + 3) / 4);
-  return json_answer(200, completion(app, model));
+  ++standin.requests;
+  standin.cost_micros += micros_per_token * static_cast<long long>((request.body().size() + 3) / 4);
+  return json_response(200, completion(app, model));
 }

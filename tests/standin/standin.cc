@@ -1,6 +1,4 @@
-// A stand-in for the daemon, for the tests and the demo. It takes the daemon's command line, serves
-// its control API and counts what really arrives on its client ports, but answers every request
-// itself: it forwards nothing and protects nothing.
+#include "tests/standin/standin.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,12 +8,9 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iomanip>
 #include <iostream>
-#include <list>
 #include <memory>
 #include <random>
-#include <sstream>
 #include <utility>
 
 #include <boost/asio/io_context.hpp>
@@ -25,104 +20,74 @@
 #include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http.hpp>
 
-#include "tests/standin/answers.h"
-#include "tests/standin/flags.h"
-
 namespace asio = boost::asio;
-namespace http = boost::beast::http;
 using asio::ip::tcp;
 using boost::system::error_code;
 using Clock = std::chrono::steady_clock;
 
 namespace {
 
-// A client that stays mute, or does not take its answer, is dropped after this time.
+// A client that sends nothing, or does not read its answer, is dropped after this time.
 constexpr std::chrono::seconds session_limit{10};
 
-using AnswerFunction = std::function<Answer(const Question&)>;
+using AnswerFunction = std::function<Response(const Request& request, int duration_ms)>;
 
 struct Listener {
   tcp::acceptor acceptor;
   AnswerFunction answer;
 };
 
-// One connection with its one request and answer.
+// One connection with its one request and answer. It is closed with the last reference to it: after
+// the answer, after an error, or at the time limit.
 struct Session {
   explicit Session(tcp::socket socket) : stream(std::move(socket)) {}
 
   boost::beast::tcp_stream stream;
   Clock::time_point accepted = Clock::now();
   boost::beast::flat_buffer buffer;
-  http::request<http::string_body> request;
-  http::response<http::string_body> response;
+  Request request;
+  Response response;
 };
 
-Question question_of(const Session& session) {
-  const auto& request = session.request;
-  const auto duration =
-      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - session.accepted);
-  return {std::string(request.method_string()), std::string(request.target()),
-          std::string(request[http::field::authorization]), request.body(),
-          static_cast<int>(duration.count())};
-}
-
-http::response<http::string_body> response_of(const Answer& answer) {
-  http::response<http::string_body> response;
-  response.result(answer.status);
-  response.set(http::field::content_type, answer.content_type);
-  response.body() = answer.body;
-  response.keep_alive(false);
-  response.prepare_payload();
-  return response;
-}
-
-// The connection is closed with the last reference to the session: after the answer, after an
-// error, and when time is up.
 void serve(tcp::socket socket, const AnswerFunction& answer) {
   const auto session = std::make_shared<Session>(std::move(socket));
   session->stream.expires_after(session_limit);
-  const auto written = [session](error_code, std::size_t) {};
-  const auto received = [session, &answer, written](error_code error, std::size_t) {
+  const auto received = [session, &answer](error_code error, std::size_t) {
     if (!error) {
-      session->response = response_of(answer(question_of(*session)));
-      http::async_write(session->stream, session->response, written);
+      const auto duration = (Clock::now() - session->accepted) / std::chrono::milliseconds(1);
+      session->response = answer(session->request, static_cast<int>(duration));
+      http::async_write(session->stream, session->response, [session](error_code, std::size_t) {});
     }
   };
   http::async_read(session->stream, session->buffer, session->request, received);
 }
 
-// A failed accept is tried again: descriptors come back as sessions reach their time limit.
+// Tries again after a failed accept: sessions free their descriptors at their time limit.
 void accept_next(Listener& listener) {
   listener.acceptor.async_accept([&listener](error_code error, tcp::socket socket) {
     if (!error) {
       serve(std::move(socket), listener.answer);
     }
-    if (listener.acceptor.is_open()) {
-      accept_next(listener);
-    }
+    accept_next(listener);
   });
 }
 
-tcp::acceptor listen_on(asio::io_context& io, int port) {
+Listener listen_on(asio::io_context& io, const std::string& port, AnswerFunction answer) {
   tcp::acceptor acceptor(io, tcp::v4());
   fcntl(acceptor.native_handle(), F_SETFD, FD_CLOEXEC);
   acceptor.set_option(tcp::acceptor::reuse_address(true));
-  try {
-    acceptor.bind({asio::ip::address_v4::loopback(), static_cast<unsigned short>(port)});
-    acceptor.listen();
-  } catch (const boost::system::system_error& error) {
-    throw std::runtime_error("port " + std::to_string(port) + ": " + error.code().message());
-  }
-  return acceptor;
+  acceptor.bind({asio::ip::address_v4::loopback(), static_cast<unsigned short>(std::stoi(port))});
+  acceptor.listen();
+  return {std::move(acceptor), std::move(answer)};
 }
 
 std::string random_token() {
   std::random_device random;
-  std::ostringstream token;
-  for (int i = 0; i < 4; ++i) {
-    token << std::hex << std::setfill('0') << std::setw(8) << random();
+  std::string token;
+  while (token.size() < 32) {
+    token += "0123456789abcdef"[random() % 16];
   }
-  return token.str();
+  return token;
 }
 
 void write_token(const std::filesystem::path& directory, const std::string& token) {
@@ -141,43 +106,38 @@ void write_token(const std::filesystem::path& directory, const std::string& toke
 void run(Standin& standin) {
   asio::io_context io;
   asio::signal_set signals(io, SIGTERM, SIGINT);
-  std::list<Listener> listeners;
-  const auto add = [&](const std::string& flag, AnswerFunction answer) {
-    listeners.push_back({listen_on(io, port_of(standin.flags, flag)), std::move(answer)});
+  const auto client = [&](const std::string& app) {
+    return listen_on(io, standin.flags.at("--" + app + "-port"),
+                     [&standin, app](const Request& request, int duration_ms) {
+                       return answer_client(standin, app, request, duration_ms);
+                     });
   };
-  add("--anthropic-port", [&](const Question& question) {
-    return answer_client(standin.ledger, "anthropic", question);
-  });
-  add("--openai-port",
-      [&](const Question& question) { return answer_client(standin.ledger, "openai", question); });
-  add("--control-port",
-      [&](const Question& question) { return answer_control(standin, question); });
-  // A second start fails before this and leaves the first one's token alone. Nobody is answered
-  // before the token is there.
+  Listener listeners[] = {
+      client("anthropic"), client("openai"),
+      listen_on(io, standin.flags.at("--control-port"), [&standin](const Request& request, int) {
+        return answer_control(standin, request);
+      })};
+  // A second stand-in fails before this, so the token of the first stays. No request is answered
+  // before the token is written.
+  standin.token = random_token();
   write_token(standin.flags.at("--state-dir"), standin.token);
   for (Listener& listener : listeners) {
     accept_next(listener);
   }
-  signals.async_wait([&](error_code, int) {
-    for (Listener& listener : listeners) {
-      listener.acceptor.close();
-    }
-    io.stop();
-  });
+  signals.async_wait([&io](error_code, int) { io.stop(); });
   io.run();
 }
 
 }  // namespace
 
 int main(int argc, char* argv[]) {
-  const std::vector<std::string> words(argv + 1, argv + argc);
   try {
     Standin standin;
-    if (const std::string complaint = read_flags(words, standin.flags); !complaint.empty()) {
+    const std::string complaint = read_flags({argv + 1, argv + argc}, standin.flags);
+    if (!complaint.empty()) {
       std::cerr << "velun-standin: " + complaint + "\n";
       return 2;
     }
-    standin.token = random_token();
     run(standin);
     return 0;
   } catch (const std::exception& error) {
