@@ -6,7 +6,12 @@
 
 #include <cstdio>
 
+#include "tests/support/bystander.h"
 #include "tests/support/dialogue.h"
+#include "tests/support/loopback_server.h"
+#include "tests/support/scripted_program.h"
+
+namespace fs = std::filesystem;
 
 namespace velun::test {
 namespace {
@@ -64,10 +69,11 @@ const std::vector<Dialogue> dialogues = {
      "endpoint_url: httpdocs/m\n"},
 };
 
-TEST_F(SetupDialogue, asks_two_questions_with_offers_and_writes_the_answers) {
-  for (const Dialogue& row : dialogues) {
-    SCOPED_TRACE("a file with:\n" + row.content);
-    std::filesystem::remove(sandbox.config_file());
+class Setup : public SetupDialogue {
+ protected:
+  void expect(const Dialogue& row) {
+    SCOPED_TRACE("a file with:\n" + row.content + "\nthe input:\n" + row.input);
+    fs::remove(sandbox.config_file());
     if (!row.content.empty()) {
       give_file(row.content);
     }
@@ -77,21 +83,64 @@ TEST_F(SetupDialogue, asks_two_questions_with_offers_and_writes_the_answers) {
     }
     out += mode_question(row.mode_offer) + detection_question(row.detection_offer) +
            sandbox.wrote() + next_step;
-    expect_dialogue(row.input, out, written(row.mode, row.line));
+    EXPECT_EQ(seen(given(row.input)), success(out));
+    EXPECT_EQ(file(), written(row.mode, row.line));
+  }
+};
+
+TEST_F(Setup, asks_two_questions_with_offers_and_writes_the_answers) {
+  for (const Dialogue& row : dialogues) {
+    expect(row);
   }
 }
 
-TEST_F(SetupDialogue, offers_watch_in_the_place_of_a_word_that_is_no_mode) {
-  give_file("mode: loud\n");
-  EXPECT_EQ(
-      seen(given("\n\n")),
-      ended(0, transcript("watch", "none"),
-            sandbox.config_file().string() +
-                " has problems:\n  line 1: mode must be off, watch or protect (got `loud`)\n"));
-  EXPECT_EQ(file(), written("watch"));
+TEST_F(Setup, an_answer_that_is_not_exactly_a_mode_is_refused_and_asked_again) {
+  for (const std::string& word :
+       {std::string(" watch"), std::string("watch "), std::string("watch\r"), std::string(" "),
+        std::string("OFF"), std::string("monitor"), std::string("watchx"), std::string("wat"),
+        std::string("\xff\xfe"), std::string("off\0", 4)}) {
+    expect({"", word + "\noff\nnone\n", {word}, "watch", "none", "off", ""});
+  }
 }
 
-TEST_F(SetupDialogue, a_closed_or_unreadable_input_takes_both_offers) {
+TEST_F(Setup, the_mode_is_asked_for_as_often_as_it_takes) {
+  std::string input;
+  std::vector<std::string> refused;
+  for (int i = 0; i < 500; ++i) {
+    refused.push_back("no" + std::to_string(i));
+    input += refused.back() + "\n";
+  }
+  expect({"", input + "off\n\n", refused, "watch", "none", "off", ""});
+}
+
+// A file with problems, their report, the two offers, and the file that taking them writes.
+const std::string faulty_files[][5] = {
+    {"mode: loud\n", "  line 1: mode must be off, watch or protect (got `loud`)\n", "watch", "none",
+     written("watch")},
+    {"mode: protect\nmodel_dir: /data/m\ncontrol_port: 0\nopenai_port: 9002\ncolour: red\n",
+     "  line 5: unknown key `colour`\n"
+     "  line 3: control_port must be a port between 1 and 65535\n",
+     "protect", "/data/m",
+     "# Velun CLI configuration. `velun help config` documents every key.\n"
+     "mode: protect\nmodel_dir: /data/m\nanthropic_port: 8900\nopenai_port: 9002\n"
+     "control_port: 8902\nnames: true\n"},
+    {"model_dir: /data/m\nendpoint_url: http://engine\n",
+     "  model_dir and endpoint_url exclude each other — the daemon runs one detection engine per "
+     "launch\n",
+     "watch", "/data/m", written("watch", "model_dir: /data/m\n")},
+};
+
+TEST_F(Setup, reports_the_problems_of_a_file_and_offers_its_valid_values) {
+  for (const auto& [content, problems, mode, detection, saved] : faulty_files) {
+    give_file(content);
+    EXPECT_EQ(seen(given("\n\n")),
+              ended(0, transcript(mode, detection),
+                    sandbox.config_file().string() + " has problems:\n" + problems));
+    EXPECT_EQ(file(), saved);
+  }
+}
+
+TEST_F(Setup, a_closed_or_unreadable_input_takes_both_offers) {
   give_file("mode: protect\nmodel_dir: /data/m\n");
   for (const bool closed : {false, true}) {
     RunOptions options;
@@ -99,30 +148,6 @@ TEST_F(SetupDialogue, a_closed_or_unreadable_input_takes_both_offers) {
     EXPECT_EQ(seen(sandbox.velun({"setup"}, options)), success(transcript("protect", "/data/m")));
     EXPECT_EQ(file(), written("protect", "model_dir: /data/m\n"));
   }
-}
-
-TEST_F(SetupDialogue, an_answer_that_is_not_exactly_a_mode_is_refused_and_asked_again) {
-  for (const std::string& word :
-       {std::string(" watch"), std::string("watch "), std::string("watch\r"), std::string(" "),
-        std::string("OFF"), std::string("monitor"), std::string("watchx"), std::string("wat"),
-        std::string("\xff\xfe"), std::string("off\0", 4)}) {
-    expect_dialogue(word + "\noff\nnone\n",
-                    greeting + mode_question("watch") + refusal(word) + mode_question("watch") +
-                        detection_question("none") + sandbox.wrote() + next_step,
-                    written("off"));
-    std::filesystem::remove(sandbox.config_file());
-  }
-}
-
-TEST_F(SetupDialogue, the_mode_is_asked_for_as_often_as_it_takes) {
-  std::string input;
-  std::string out = greeting;
-  for (int i = 0; i < 500; ++i) {
-    input += "no" + std::to_string(i) + "\n";
-    out += mode_question("watch") + refusal("no" + std::to_string(i));
-  }
-  out += mode_question("watch") + detection_question("none") + sandbox.wrote() + next_step;
-  expect_dialogue(input + "off\n\n", out, written("off"));
 }
 
 // Answers, each with its line of the written file.
@@ -149,19 +174,21 @@ const std::pair<std::string, std::string> detections[] = {
     {"/" + std::string(200000, 'm'), "model_dir: /" + std::string(200000, 'm') + "\n"},
 };
 
-TEST_F(SetupDialogue, the_detection_answer_is_told_apart_by_its_first_four_characters) {
+TEST_F(Setup, the_first_four_characters_of_an_answer_make_it_a_url_or_a_path) {
   for (const auto& [answer, line] : detections) {
-    expect_dialogue("watch\n" + answer + "\n", transcript("watch", "none"), written("watch", line));
-    std::filesystem::remove(sandbox.config_file());
+    expect({"", "watch\n" + answer + "\n", {}, "watch", "none", "watch", line});
   }
 }
 
-TEST_F(SetupDialogue, protect_without_detection_is_warned_about_and_written) {
+TEST_F(Setup, warns_of_protect_without_detection_and_writes_it) {
   expect_dialogue("protect\nnone\n", transcript("watch", "none", protect_warning),
                   written("protect"));
+  // A kept answer counts like a typed one.
+  give_file("mode: protect\nmodel_dir: none\n");
+  expect_dialogue("\n\n", transcript("protect", "none", protect_warning), written("protect"));
 }
 
-TEST_F(SetupDialogue, a_question_is_out_before_its_answer_is_read) {
+TEST_F(Setup, a_question_is_out_before_its_answer_is_read) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   RunOptions options;
@@ -174,20 +201,59 @@ TEST_F(SetupDialogue, a_question_is_out_before_its_answer_is_read) {
   EXPECT_TRUE(shown(greeting + mode_question("watch")));
   EXPECT_EQ(write(ends[1], "off\n", 4), 4);
   EXPECT_TRUE(shown(greeting + mode_question("watch") + detection_question("none")));
-  EXPECT_FALSE(std::filesystem::exists(sandbox.config_file()));
+  EXPECT_FALSE(fs::exists(sandbox.config_file()));
   close(ends[1]);
   EXPECT_EQ(wait_for(pid, std::chrono::seconds(10)), 0);
   EXPECT_TRUE(shown(transcript("watch", "none")));
 }
 
 // script(1) gives velun a terminal and types the key once, as its own input is empty.
-TEST_F(SetupDialogue, one_end_of_input_key_at_a_terminal_takes_both_offers) {
+TEST_F(Setup, one_end_of_input_key_at_a_terminal_takes_both_offers) {
   RunOptions options;
   options.program = "/usr/bin/script";
   Outcome run = sandbox.velun({"-qec", "'" VELUN_BINARY "' setup", "/dev/null"}, options);
   std::erase(run.out, '\r');
   EXPECT_EQ(seen(run), success(transcript("watch", "none")));
   EXPECT_EQ(file(), written("watch"));
+}
+
+TEST_F(Setup, the_keys_that_are_not_asked_about_are_written_back) {
+  give_file(
+      "# mine\nintercept_port: 9004\nintercept_apps: [claude-desktop, chatgpt]\nnames: no\n"
+      "state_dir: '/srv/a b #1'\ncontrol_port: 9003\nopenai_port: 9002\nanthropic_port: 9001\n"
+      "mode: watch\n");
+  expect_dialogue("off\n/data/m\n", transcript("watch", "none"),
+                  "# Velun CLI configuration. `velun help config` documents every key.\n"
+                  "mode: off\nmodel_dir: /data/m\n"
+                  "anthropic_port: 9001\nopenai_port: 9002\ncontrol_port: 9003\n"
+                  "state_dir: \"/srv/a b #1\"\nnames: false\n"
+                  "intercept_apps: [claude-desktop, chatgpt]\nintercept_port: 9004\n");
+}
+
+TEST_F(Setup, an_unreadable_file_offers_the_defaults_without_a_report) {
+  give_file("mode: protect\n");
+  fs::permissions(sandbox.config_file(), fs::perms::owner_write);
+  RunOptions options;
+  options.as_nobody = true;
+  EXPECT_EQ(seen(sandbox.velun({"setup"}, options)), success(transcript("watch", "none")));
+  fs::permissions(sandbox.config_file(), fs::perms::owner_all);
+  EXPECT_EQ(file(), written("watch"));
+}
+
+TEST_F(Setup, the_daemon_is_left_alone) {
+  sandbox.configure("mode: protect\nmodel_dir: /data/m\n");
+  const ScriptedProgram daemon(sandbox.root() / "daemon", "forever");
+  sandbox.environment["VELUND"] = daemon.path();
+  const Bystander recorded;
+  sandbox.write_pid_file(recorded.pid());
+  const LoopbackServer control(sandbox.control_port(),
+                               [](const std::string&) { return answer(200, "ok"); });
+  EXPECT_EQ(given("off\nnone\n").status, 0);
+  EXPECT_EQ(control.requests(), std::vector<std::string>());
+  EXPECT_EQ(daemon.runs().size(), 0U);
+  EXPECT_TRUE(recorded.alive());
+  EXPECT_EQ(read_file(sandbox.pid_file()), recorded.pid_text() + "\n");
+  EXPECT_EQ(file(), sandbox.rendering("off"));
 }
 
 // Label, offer, input, what is shown and what is returned.
