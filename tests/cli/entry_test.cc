@@ -213,44 +213,27 @@ TEST_F(Entry, messages_and_the_output_of_other_programs_keep_their_order_in_one_
   EXPECT_EQ(one_output({"mode", "off"}), sandbox.wrote() + foreign_text());
 }
 
-TEST_F(Entry, messages_from_before_an_abort_are_not_lost) {
-  write_file(sandbox.root() / "file", "not a directory");
-  sandbox.configure("state_dir: " + (sandbox.root() / "file/state").string() + "\n");
-  const Outcome run = sandbox.velun({"restart"});
-  EXPECT_EQ(run.signal, SIGABRT);
-  EXPECT_EQ(run.out, "not running\n");
-}
-
-// A locale of its own making, as none with a decimal comma need be installed.
-class EntryInALocale : public Entry {
- protected:
-  EntryInALocale() {
-    write_file(locales / "charmap",
-               "<escape_char> /\nCHARMAP\n<U0000>..<U007F> /x00\nEND CHARMAP\n");
-    write_file(locales / "source",
-               "LC_CTYPE\nEND LC_CTYPE\nLC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\n"
-               "grouping 3;3\nEND LC_NUMERIC\n");
-    shell("cd '" + locales.string() + "' && localedef -c -f ./charmap -i ./source ./comma");
-  }
-
-  std::string shell(const std::string& command) {
+// The test makes a locale with a decimal comma, as none need be installed.
+TEST_F(Entry, no_number_changes_its_form_in_a_locale) {
+  const fs::path locales = sandbox.root() / "locales";
+  write_file(locales / "charmap", "<escape_char> /\nCHARMAP\n<U0000>..<U007F> /x00\nEND CHARMAP\n");
+  write_file(locales / "source",
+             "LC_CTYPE\nEND LC_CTYPE\nLC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\n"
+             "grouping 3;3\nEND LC_NUMERIC\n");
+  const auto shell = [&](const std::string& command) {
     RunOptions options;
     options.program = "/bin/sh";
     return sandbox.velun({"-c", command}, options).out;
-  }
-
-  const fs::path locales = sandbox.root() / "locales";
-};
-
-TEST_F(EntryInALocale, no_number_changes_its_form) {
+  };
+  shell("cd locales && localedef -c -f ./charmap -i ./source ./comma");
   sandbox.configure();
   const LoopbackServer control(sandbox.control_port(),
                                healthy_with(R"({"requests":1234567,"cost_micros":1234567.5})"));
+  const ScriptedProgram curl = install_curl(sandbox, "output []");
   const auto numbers = [&] {
     fs::remove_all(sandbox.models_dir());
     return seen(sandbox.velun({"stats"})) + seen(sandbox.velun({"model", "fetch"}));
   };
-  const ScriptedProgram curl = install_curl(sandbox, "output []");
   const std::string usual = numbers();
   sandbox.environment["LC_ALL"] = "de_DE.UTF-8";
   EXPECT_EQ(numbers(), usual);

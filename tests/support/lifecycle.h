@@ -124,10 +124,6 @@ class Lifecycle : public ::testing::Test {
     return "the recorded pid " + number + " is alive but no daemon answers on port " + port_text() +
            " — not killing it; if it is a stuck daemon, `kill " + number + "`\n";
   }
-
-  static std::string still_running_text(pid_t pid) {
-    return "still running after 5 s — `kill -9 " + std::to_string(pid) + "` if you mean it\n";
-  }
 };
 
 }  // namespace velun::test
