@@ -22,7 +22,7 @@ std::vector<std::string> lines_with(const std::string& part, const std::string& 
 // The program that was built, as readelf shows it.
 class Binary : public ::testing::Test {
  protected:
-  /// The lines that hold `part`, of the part of the file that readelf shows with `option`.
+  /// The lines with `part` that readelf prints with `option`.
   std::vector<std::string> shown(const std::string& option, const std::string& part) {
     RunOptions options;
     options.program = "/usr/bin/readelf";
@@ -48,18 +48,18 @@ TEST_F(Binary, may_be_loaded_anywhere) {
 
 TEST_F(Binary, needs_neither_a_loader_nor_a_library) {
   if (!VELUN_IS_STATIC) {
-    GTEST_SKIP() << "this build was asked, or had, to link dynamically";
+    GTEST_SKIP() << "this build links dynamically";
   }
   EXPECT_EQ(shown("-l", "INTERP").size(), 0U);
   EXPECT_EQ(shown("-d", "(NEEDED)").size(), 0U);
 }
 
-// What an attacker would miss in it.
+// Protections against an attacker.
 class Hardening : public Binary {
  protected:
   void SetUp() override {
     if (!VELUN_IS_HARDENED) {
-      GTEST_SKIP() << "a build for sanitizers, counters or the debugger goes without";
+      GTEST_SKIP() << "builds for sanitizers, counters or the debugger are not hardened";
     }
   }
 };
@@ -91,8 +91,8 @@ TEST_F(Hardening, makes_the_table_of_addresses_read_only_then) {
   EXPECT_LT(table, begin + size);
 }
 
-// What the instructions of the program do not show for velun's own functions alone: the C and C++
-// libraries that are linked in are as their packager compiled them.
+// The program does not show these options for velun's own functions: it also contains libraries
+// that Debian compiled.
 TEST_F(Hardening, every_source_is_compiled_with_what_the_program_cannot_show) {
   if (!std::filesystem::exists(VELUN_COMPILE_COMMANDS)) {
     GTEST_SKIP() << "this build writes no list of its commands";

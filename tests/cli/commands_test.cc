@@ -92,7 +92,7 @@ TEST_F(Commands, an_invalid_configuration_is_reported_by_every_word_that_needs_o
 TEST_F(Commands, words_that_a_command_does_not_read_are_ignored) {
   sandbox.configure("mode: off\n");
   const ScriptedProgram curl = install_curl(sandbox, "exit 22");
-  // As many words as the command reads. A second run says the same again here.
+  // Each line has all words that its command reads. A second run prints the same.
   for (const std::string line :
        {"start", "stop", "restart", "status", "stats", "log", "config", "mode off", "model list",
         "model use x", "model fetch full", "model fetch compact", "setup", "help modes",
@@ -105,7 +105,7 @@ TEST_F(Commands, words_that_a_command_does_not_read_are_ignored) {
   }
 }
 
-// The neighbour of the tool is found through argument zero alone.
+// velun finds the daemon beside itself through argument zero alone.
 TEST_F(Commands, argument_zero_reaches_every_command_that_starts_the_daemon) {
   sandbox.configure();
   const ScriptedProgram neighbour(sandbox.root() / "bin/velund", "exit 0");

@@ -52,7 +52,7 @@ TEST_F(Entry, an_argument_vector_without_even_a_program_name_prints_the_general_
   EXPECT_EQ(read_file(out), sandbox.velun({"help"}).out);
 }
 
-// The first message of mode comes while the file is open, the second one behind a connection.
+// The first message of mode follows a save, the second one a connection.
 TEST_F(Entry, with_any_of_the_streams_closed_no_message_lands_in_the_file_or_the_request) {
   const LoopbackServer control = answering_port();
   for (int closed = 1; closed < 8; ++closed) {
@@ -85,12 +85,12 @@ TEST_F(Entry, a_stream_that_was_closed_is_the_null_device_for_the_daemon) {
   EXPECT_EQ(names_in(open_files), Words({"0", "1", "2"}));
   for (const std::string descriptor : {"0", "1", "2"}) {
     EXPECT_EQ(fs::read_symlink(open_files / descriptor), "/dev/null");
-    // The link tells what the file may be used for.
+    // The permissions of the link show how the file was opened.
     EXPECT_EQ(fs::symlink_status(open_files / descriptor).permissions(), fs::perms::owner_all);
   }
 }
 
-// Gives `stream` a pipe whose reader has left.
+// Makes `stream` a pipe without a reader.
 void abandon(int stream) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0 || dup2(ends[1], stream) != stream) {
@@ -156,7 +156,7 @@ TEST_F(Entry, an_abandoned_error_stream_leaves_the_status_of_a_child_without_a_p
   EXPECT_NE(trace.find("exit_group(127)"), std::string::npos) << trace;
 }
 
-// A wait that fails would count as a finished download, and never as the end of a daemon.
+// A failed wait would count as a finished download, and the end of a daemon would go unnoticed.
 TEST_F(Entry, a_parent_that_ignores_the_end_of_children_does_not_hide_their_failure) {
   sandbox.configure();
   const ScriptedProgram daemon = install_daemon("exit 3");
@@ -213,7 +213,7 @@ TEST_F(Entry, messages_and_the_output_of_other_programs_keep_their_order_in_one_
   EXPECT_EQ(one_output({"mode", "off"}), sandbox.wrote() + foreign_text());
 }
 
-// The test makes a locale with a decimal comma, as none need be installed.
+// Makes a locale with a decimal comma, because none may be installed.
 TEST_F(Entry, no_number_changes_its_form_in_a_locale) {
   const fs::path locales = sandbox.root() / "locales";
   write_file(locales / "charmap", "<escape_char> /\nCHARMAP\n<U0000>..<U007F> /x00\nEND CHARMAP\n");

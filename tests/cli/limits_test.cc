@@ -1,5 +1,5 @@
-// Little memory and few descriptors: what velun cannot do without them, it says or dies of, and
-// never does by half.
+// With too little memory or too few descriptors velun reports a failure or aborts. It leaves no
+// work half done.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -29,12 +29,12 @@ class FewDescriptors : public Lifecycle {
  protected:
   void SetUp() override {
     if (!VELUN_IS_STATIC) {
-      GTEST_SKIP() << "a loader, a sanitizer or counters need more of both";
+      GTEST_SKIP() << "a loader, a sanitizer or counters need more memory and descriptors";
     }
     sandbox.configure();
   }
 
-  /// All that is seen of a run that may have `count` descriptors open, its three streams included.
+  /// The result of a run that may have `count` descriptors open, with its three streams.
   std::string with(rlim_t count, const Words& words) {
     return seen(sandbox.velun(words, with_limit(RLIMIT_NOFILE, count)));
   }

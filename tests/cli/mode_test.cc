@@ -8,7 +8,7 @@ namespace fs = std::filesystem;
 namespace velun::test {
 namespace {
 
-// `mode`: the new word goes into the file, then the daemon is brought in line with it.
+// `mode` writes the new mode to the file, then starts, restarts or stops the daemon.
 class Mode : public Lifecycle {
  protected:
   Mode() { sandbox.configure(); }
@@ -72,7 +72,7 @@ TEST_F(Mode, off_stops_the_running_daemon) {
   expect_file("off");
   EXPECT_FALSE(is_running(pid));
   EXPECT_FALSE(fs::exists(sandbox.pid_file()));
-  // Once for itself and once for the stop.
+  // mode asks once, and stop once more.
   EXPECT_EQ(control.paths(), (std::vector<std::string>{"/healthz", "/healthz"}));
 }
 

@@ -1,5 +1,5 @@
-// `status`, `stats` and `log` as a whole: what they ask of the daemon and where they show its
-// answer.
+// `status`, `stats` and `log`: their requests to the daemon, and the stream and status of each
+// result.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -18,9 +18,9 @@ namespace {
 struct Command {
   std::string word;
   std::string path;
-  std::string idle;        // said when nothing runs
-  std::string refused;     // of an answer without a body
-  std::string unreadable;  // of one that is not JSON
+  std::string idle;        // printed if nothing runs
+  std::string refused;     // printed for an answer without a body
+  std::string unreadable;  // printed for one that is not JSON
   std::string answer;
   std::string report;  // of that answer
 };
@@ -76,7 +76,7 @@ TEST_P(Report, shows_the_daemons_answer_on_standard_output) {
 TEST_P(Report, says_on_standard_output_that_nothing_runs_and_leaves_the_token_alone) {
   std::filesystem::create_directories(sandbox.state_dir());
   const std::string token_file = (sandbox.state_dir() / "control.token").string();
-  ASSERT_EQ(mkfifo(token_file.c_str(), 0600), 0);  // whoever opens it waits for good
+  ASSERT_EQ(mkfifo(token_file.c_str(), 0600), 0);  // opening it would block
   EXPECT_EQ(seen(sandbox.velun({GetParam().word})), success(GetParam().idle));
 }
 
@@ -170,7 +170,7 @@ TEST_F(WholeReport, of_stats_and_log_is_missing_whole_when_an_answer_ends_velun)
   }
 }
 
-// A transcript that is nearly as long as the control client takes, and its report.
+// A transcript just below the size limit of the control client, and its report.
 class LongLog : public WholeReport {
  protected:
   LongLog() {
@@ -191,7 +191,7 @@ TEST_F(LongLog, goes_through_a_pipe_whole) {
   const LoopbackServer daemon(sandbox.control_port(), healthy_with(body_));
   const Outcome run = shell("VELUN log | cat");
   EXPECT_EQ(run.out.size(), report_.size());
-  // Megabytes in a failure message help nobody.
+  // EXPECT_EQ would print megabytes.
   EXPECT_TRUE(seen(run) == success(report_));
 }
 

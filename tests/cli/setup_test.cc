@@ -43,7 +43,7 @@ const std::vector<Dialogue> dialogues = {
     {"", "off", {}, "watch", "none", "off", ""},
     {"mode: off\n", "watch\n/data/m", {}, "off", "none", "watch", model},
     {"", "off\nnone\nprotect\nhttp://engine\n", {}, "watch", "none", "off", ""},
-    // The file's values are offered, and kept or replaced.
+    // The values of the file are offered, and kept or replaced.
     {"mode: protect\n" + model, "\n\n", {}, "protect", "/data/m", "protect", model},
     {"mode: protect\n",
      "watch off\n\n/data/m\n",
@@ -183,7 +183,7 @@ TEST_F(Setup, the_first_four_characters_of_an_answer_make_it_a_url_or_a_path) {
 TEST_F(Setup, warns_of_protect_without_detection_and_writes_it) {
   expect_dialogue("protect\nnone\n", transcript("watch", "none", protect_warning),
                   written("protect"));
-  // A kept answer counts like a typed one.
+  // A kept `none` counts like a typed one.
   give_file("mode: protect\nmodel_dir: none\n");
   expect_dialogue("\n\n", transcript("protect", "none", protect_warning), written("protect"));
 }

@@ -22,7 +22,7 @@ TEST_F(ShowConfig, a_file_that_sets_only_the_mode_shows_the_defaults_of_all_othe
             success("file: " + file + "\n\n" + written("protect")));
 }
 
-TEST_F(ShowConfig, shows_what_is_in_effect_in_canonical_form_and_not_the_file) {
+TEST_F(ShowConfig, shows_the_effective_values_in_the_form_of_a_save) {
   write_file(file,
              "# mine\r\nintercept_apps: ['claude-desktop',  \"chatgpt\",]\r\n"
              "names: off # floor\r\n\r\nopenai_port: 009102\r\n"

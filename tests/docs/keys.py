@@ -1,5 +1,5 @@
-"""The keys of the configuration are the same in what velun prints, reads and writes and in the
-manual, and the stand-in takes the flags that they become."""
+"""The keys of the configuration are the same in velun and in its manual. The stand-in takes the
+flags for all of them."""
 
 import os
 import pathlib
@@ -81,7 +81,7 @@ def the_example_of_the_manual_is_valid_and_complete(build):
 
 
 def the_stand_in_takes_the_flags_of_all_keys(build):
-    # As it is false in the list, `names` is no flag.
+    # `names` is false in the list and gives no flag. Its default gives one.
     for keys in (_without("endpoint_url"), _without("model_dir", "names")):
         printed = _start_and_stop(pathlib.Path(build).resolve(), _lines(keys))
         expected = r"running \(pid \d+, mode protect\)\ndashboard: http://127.0.0.1:\d+/\nstopped\n"
@@ -90,8 +90,8 @@ def the_stand_in_takes_the_flags_of_all_keys(build):
 
 
 def _start_and_stop(build, lines):
-    """What `velun start` and `velun stop` print with these lines and ports that are free."""
-    # They are bound and never listen, so others leave them alone while the daemon can have them.
+    """The output of `velun start` and `velun stop` with these lines and free ports."""
+    # These sockets are bound but never listen. Only the daemon takes their ports.
     keepers = [socket.socket() for line in lines if "_port: " in line]
     for keeper in keepers:
         keeper.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
@@ -104,7 +104,8 @@ def _start_and_stop(build, lines):
         file.write_text("\n".join(lines) + "\n", encoding="utf-8")
         environment = {"HOME": home, "PATH": os.defpath, "VELUN_CLI_CONFIG": file,
                        "VELUND": build / "standin/velun-standin"}
-        # The daemon keeps the output open. It must not stay a zombie, which looks alive.
+        # The daemon keeps the output open, so it is a file. tini reaps the daemon, because a
+        # zombie looks alive.
         with open(output, "wb") as stream:
             script = '"$0" start; "$0" stop'
             subprocess.run(["tini", "-s", "--", "sh", "-c", script, build / "velun"], cwd=home,

@@ -1,12 +1,12 @@
-"""MESSAGES in the manual has every message that a person must act on, in the words that are
-printed, and no other."""
+"""The section MESSAGES of the manual has the messages that a person must act on, in the words that
+velun prints, and no others."""
 
 import re
 import subprocess
 
 from tree import expect_same, rooms, root, run_velun
 
-# In the order of velun(1), with "…" for what differs from case to case.
+# In the order of velun(1), with "…" for the parts that vary.
 _messages = """\
 no configuration at … — run `velun setup` first
 … has problems:
@@ -56,7 +56,7 @@ no bundle at … — `velun model list`
 # Printed by the C++ runtime when it ends velun.
 _of_the_runtime = ("terminate called after", "what():")
 
-# Two files that have every problem between them.
+# Together, these two files have every problem.
 _faulty_files = ("""\
  mode: watch
 no colon
@@ -95,7 +95,7 @@ def _page(build, name):
 
 
 def _fixed_words(message):
-    """What is the same each time the message is printed, the longest text first."""
+    """The parts of a message that never vary, the longest first."""
     texts = (text.strip() for text in message.split("…"))
     return sorted((text for text in texts if text), key=len, reverse=True)
 
@@ -128,7 +128,7 @@ def the_manual_has_the_problems_that_velun_prints_of_a_file(build):
 
 
 def a_search_for_a_message_lands_on_its_entry(build):
-    """A search goes down the page from its top, and capitals do not count."""
+    """A search starts at the top of the page and ignores case."""
     lost = []
     for name in ("velun.1", "velun.yaml.5"):
         lines, heads = _page(build, name)

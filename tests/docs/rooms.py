@@ -13,7 +13,7 @@ def _sources():
 
 
 def _names(pattern):
-    """What the pattern finds in the code that the pages show, with the page."""
+    """Each match of the pattern in the code of the pages, with its page."""
     for page in _pages:
         text = text_of(page)
         code = "\n".join(re.findall(r"```[\s\S]*?```|`[^`]*`", text))

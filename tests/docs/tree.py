@@ -1,4 +1,4 @@
-"""Reads the files of the tree and what velun prints, for the rules in this folder."""
+"""Functions for the rules in this folder: they read files of the tree and run velun."""
 
 import difflib
 import os
@@ -18,8 +18,8 @@ def text_of(name):
 
 
 def found(pattern, text, where):
-    """All that the pattern finds in the text. Finding nothing is a failure: the rule would then
-    hold for any text."""
+    """All matches of the pattern in the text. Fails without a match, because a rule about no
+    matches would always hold."""
     matches = re.findall(pattern, text, re.MULTILINE)
     assert matches, f"{where}: nothing looks like {pattern}"
     return matches

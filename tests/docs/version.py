@@ -1,4 +1,4 @@
-"""The version stands once, in CMakeLists.txt, and is shown where people look for it."""
+"""The version is written once, in CMakeLists.txt. The manual and the changelog show it."""
 
 import re
 import subprocess

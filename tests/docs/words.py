@@ -5,7 +5,7 @@ import re
 
 from tree import found, part, rooms, root, run_velun, text_of
 
-# What stands before and behind a word that a shell's completions offer.
+# How the completions of each shell write a word that they offer.
 _offers = {"completions/velun.bash": " {}", "completions/_velun": "'{}:",
            "completions/velun.fish": "-a {} "}
 
@@ -15,7 +15,7 @@ def _words(text):
 
 
 def _printed(build, pattern, *words, status=0):
-    """The words in what the pattern finds in what velun prints."""
+    """The words in the matches of the pattern in velun's output."""
     text = run_velun(build, *words, status=status)
     return _words(" ".join(found(pattern, text, f"velun {' '.join(words)}")))
 
@@ -34,7 +34,7 @@ def _words_behind(word, section):
 
 
 def _tried(*typed):
-    """The words that the tests of the completions expect behind what is typed."""
+    """The words that the tests of the completions expect behind each typed line."""
     where = "tests/completions/check"
     tables = [found(rf"^{line} \|([a-z|]+)$", text_of(where), where)[0] for line in typed]
     return _words(" ".join(tables))

@@ -1,4 +1,4 @@
-// A process that has nothing to do with velun and must survive whatever velun does.
+// A process that is not velun's. Every command must leave it alive.
 #pragma once
 
 #include <signal.h>

@@ -19,7 +19,7 @@
 namespace velun::test {
 namespace {
 
-// Wait statuses of children that ended while another one was waited for.
+// The wait statuses of children that ended while the test waited for another one.
 std::map<pid_t, int>& ended() {
   static std::map<pid_t, int> statuses;
   return statuses;
@@ -58,10 +58,10 @@ std::vector<char*> pointers(std::vector<std::string>& words) {
   place(launch.in, 0);
   place(launch.out, 1);
   place(launch.err, 2);
-  // Closes what the runner of the tests has open. An old kernel cannot, which does no harm.
+  // Closes the files of the test runner. An old kernel cannot do that, which is harmless.
   syscall(SYS_close_range, 3U, ~0U, CLOSE_RANGE_CLOEXEC);
   signal(SIGPIPE, SIG_DFL);
-  // A program gone wrong must not fill the disk.
+  // A faulty program must not fill the disk.
   const rlimit largest_file{256U << 20, 256U << 20};
   setrlimit(RLIMIT_FSIZE, &largest_file);
   if (!launch.directory.empty() && chdir(launch.directory.c_str()) != 0) {
@@ -118,7 +118,7 @@ bool eventually(const std::function<bool()>& condition, std::chrono::millisecond
 }
 
 void end_all_children() {
-  // Ending one can hand its own children to this process, hence the rounds.
+  // The children of a killed process become children of this one, so this takes several rounds.
   do {
     std::ifstream children("/proc/thread-self/children");
     for (pid_t pid = 0; children >> pid;) {

@@ -26,21 +26,21 @@ struct Launch {
   std::function<void()> in_child;  ///< runs in the child right before the exec
 };
 
-/// Forks and executes. Fails the process on an error of fork.
+/// Forks and executes. Aborts if fork fails.
 pid_t spawn(const Launch& launch);
 
-/// Waits for a child or adopted process; returns its raw wait status, or -1 when it is still there
-/// after `limit`. Every other child that ends meanwhile is reaped, and its status kept.
+/// Waits for a child or adopted process. Returns its raw wait status, or -1 if it still runs after
+/// `limit`. Reaps every other child that ends meanwhile and keeps its status.
 int wait_for(pid_t pid, std::chrono::milliseconds limit);
 
 /// True while the process exists and is not a zombie.
 bool is_running(pid_t pid);
 
-/// True when the condition becomes true within the limit; children are reaped while it waits.
+/// True if the condition becomes true within the limit. Reaps children while it waits.
 bool eventually(const std::function<bool()>& condition,
                 std::chrono::milliseconds limit = std::chrono::seconds(10));
 
-/// Kills and reaps every child and adopted process that is left.
+/// Kills and reaps all remaining children and adopted processes.
 void end_all_children();
 
 }  // namespace velun::test

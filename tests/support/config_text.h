@@ -1,5 +1,4 @@
-// The results of the reader and the validator as one text, so a test compares everything at once
-// and a failure shows a diff.
+// Shows all results of the reader and the validator as one text. A failed comparison shows a diff.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -41,7 +40,7 @@ inline std::string reading_of(std::string_view text) {
   return result;
 }
 
-/// One row of a table of texts and what they become.
+/// A config text and the text that shows its results.
 struct TextCase {
   std::string_view text;
   std::string_view expected;
@@ -53,7 +52,7 @@ inline void expect_readings(const std::vector<TextCase>& rows) {
   }
 }
 
-/// Every field, each as "FIELD=VALUE\n". One that is not here stops the build.
+/// Every field as "FIELD=VALUE\n". A field that is missing here stops the build.
 inline std::string fields_of(const Config& config) {
   const auto& [mode, model_dir, endpoint_url, anthropic_port, openai_port, control_port, state_dir,
                names, intercept_apps, intercept_port] = config;
@@ -66,7 +65,7 @@ inline std::string fields_of(const Config& config) {
          "\nintercept_port=" + std::to_string(intercept_port) + "\n";
 }
 
-/// A record and the problems, each with "\n" behind it, that came with it.
+/// A configuration and its problems, each with "\n" behind it.
 struct Judged {
   Config config;
   std::string problems;
@@ -82,7 +81,7 @@ inline Judged judge(std::string_view text) {
   return result;
 }
 
-/// The lines of `fields_of` that are not those of the defaults.
+/// The lines of `fields_of` that differ from the defaults.
 inline std::string changed_fields_of(const Config& config) {
   const std::string defaults = "\n" + fields_of(Config());
   std::istringstream fields(fields_of(config));
@@ -93,7 +92,7 @@ inline std::string changed_fields_of(const Config& config) {
   return changed;
 }
 
-/// The fields that a text changed, then every problem as "! PROBLEM\n".
+/// The fields that a text changes, then every problem as "! PROBLEM\n".
 inline std::string judgement_of(std::string_view text) {
   Problems problems;
   std::string result =

@@ -1,4 +1,4 @@
-// What the tests of `velun setup` share: its texts, and a run of it that is given its answers.
+// The texts of `velun setup`, and a fixture that runs it with given answers.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -30,8 +30,8 @@ inline std::string refusal(const std::string& answer) {
   return "  `" + answer + "` is not a mode. `velun help modes` explains them.\n";
 }
 
-/// The whole dialogue on standard output, both questions asked once, for a file at `path`; the
-/// warning stands between the questions and the save.
+/// All of standard output if both questions are asked once and the file is at `path`. The warning
+/// stands between the questions and the save.
 inline std::string dialogue(const std::string& path, const std::string& mode_offer = "watch",
                             const std::string& detection_offer = "none",
                             const std::string& warning = "") {
@@ -39,7 +39,7 @@ inline std::string dialogue(const std::string& path, const std::string& mode_off
          "wrote " + path + "\n" + next_step;
 }
 
-/// The file that setup writes when nothing but the mode and one detection line was chosen.
+/// The file that setup writes for a mode and at most one line for the detection.
 inline std::string written(const std::string& mode, const std::string& detection_line = "") {
   return "# Velun CLI configuration. `velun help config` documents every key.\nmode: " + mode +
          "\n" + detection_line +

@@ -1,4 +1,4 @@
-// Variables of the test's own environment, for the functions that a test calls directly.
+// Changes variables of the test's own environment, for functions that a test calls directly.
 #pragma once
 
 #include <cstdlib>
@@ -8,7 +8,7 @@
 
 namespace velun::test {
 
-/// Sets a variable, or removes it if `value` is null; restores the old state in the end.
+/// Sets a variable, or removes it if `value` is null. Its destructor restores the old state.
 class EnvironmentVariable {
  public:
   EnvironmentVariable(std::string name, const char* value) : name_(std::move(name)) {
@@ -30,7 +30,7 @@ class EnvironmentVariable {
   std::optional<std::string> old_;
 };
 
-/// Removes the variables that say where velun's files are; restores them in the end.
+/// Removes the variables that say where velun's files are. Its destructor restores them.
 class ScopedEnvironment {
  public:
   /// Only for the variables below; no other is restored.

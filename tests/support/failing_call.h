@@ -1,5 +1,4 @@
-// A run of velun in which the system refuses one of its calls, as it hardly ever does of its own
-// accord. No other process of the run is touched.
+// Runs velun and makes one of its system calls fail. The programs that it starts are not affected.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,8 +12,8 @@
 
 namespace velun::test {
 
-/// Runs velun with these words and this fault in strace's words, such as "read:error=EIO:when=2",
-/// in calls that concern the file `path` alone, unless it is empty.
+/// Runs velun with these words. `fault` is an injection of strace, such as "read:error=EIO:when=2".
+/// With a `path` it affects only calls on that file.
 inline Outcome with_fault(Sandbox& sandbox, const std::vector<std::string>& words,
                           const std::string& fault, const std::filesystem::path& path = {},
                           RunOptions options = {}) {
@@ -27,12 +26,12 @@ inline Outcome with_fault(Sandbox& sandbox, const std::vector<std::string>& word
   traced.insert(traced.end(), words.begin(), words.end());
   options.program = "/usr/bin/strace";
   sandbox.set_counters_aside();
-  // The leak check of a sanitizer build cannot do its work under strace.
+  // The leak check of a sanitizer build does not work under strace.
   sandbox.environment["ASAN_OPTIONS"] += ":detect_leaks=0";
   return sandbox.velun(traced, options);
 }
 
-/// A test of such runs; skipped where strace may not do that.
+/// A fixture for such runs. Skips its tests where strace cannot make calls fail.
 template <typename Fixture>
 class WithFaults : public Fixture {
  protected:

@@ -1,5 +1,5 @@
-// What the C++ library says of an exception that nobody catches. It is the one that velun was built
-// with, because the tests are.
+// The messages of the C++ library for an uncaught exception. The tests are built with the same
+// library as velun.
 #pragma once
 
 #include <algorithm>
@@ -16,8 +16,8 @@ inline constexpr std::string_view no_memory =
     "terminate called after throwing an instance of 'std::bad_alloc'\n  what():  std::bad_alloc\n";
 #endif
 
-/// How it begins to tell what std::filesystem could not do, such as "create directories". LLVM's
-/// library names the function.
+/// The start of an error of std::filesystem, for an action such as "create directories". LLVM's
+/// library names the function instead.
 inline std::string cannot(const std::string& what) {
 #ifdef _LIBCPP_VERSION
   std::string function = what;

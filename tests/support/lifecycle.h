@@ -1,5 +1,5 @@
-// What the tests of start, stop, restart and mode share: a daemon whose steps a test chooses, a
-// control port that answers at chosen moments, and the lines velun says about both.
+// The fixture of the tests of start, stop, restart and mode: a daemon whose steps a test chooses, a
+// control port that answers at chosen moments, and velun's messages about both.
 #pragma once
 
 #include <fcntl.h>
@@ -18,7 +18,7 @@
 
 namespace velun::test {
 
-/// The words with one blank between, as velun shows a command line.
+/// The words with one blank in between, as velun shows a command line.
 inline std::string spaced(const std::vector<std::string>& words) {
   std::string text;
   for (const std::string& word : words) {
@@ -28,7 +28,7 @@ inline std::string spaced(const std::vector<std::string>& words) {
   return text;
 }
 
-/// True while the newest run of the program exists. For handlers of a server: it reaps nothing.
+/// True while the newest run of the program exists. Reaps nothing, so a server's thread may ask.
 inline bool newest_run_exists(const ScriptedProgram& program) {
   const std::vector<RecordedRun> runs = program.runs();
   return !runs.empty() && kill(runs.back().pid, 0) == 0;
@@ -45,7 +45,7 @@ class Lifecycle : public ::testing::Test {
     return daemon;
   }
 
-  /// A copy of the tool at sandbox/bin/velun, where a neighbour can be put.
+  /// Copies velun to sandbox/bin/velun, so a test can put a daemon beside it.
   std::filesystem::path copy_tool() const {
     const std::filesystem::path copy = sandbox.root() / "bin/velun";
     std::filesystem::create_directories(copy.parent_path());
@@ -54,21 +54,21 @@ class Lifecycle : public ::testing::Test {
     return copy;
   }
 
-  /// How to run without root's powers.
+  /// Options for a run without root's powers.
   static RunOptions without_powers() {
     RunOptions options;
     options.as_nobody = true;
     return options;
   }
 
-  /// How to run with a standard output that takes nothing.
+  /// Options for a run whose standard output is full.
   static RunOptions with_full_output() {
     RunOptions options;
     options.in_child = [] { dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); };
     return options;
   }
 
-  /// Starts the program without velun and returns once it runs and its signal handling is in place.
+  /// Starts the program without velun. Returns when it has installed its signal handlers.
   pid_t launch_by_hand(const ScriptedProgram& program) const {
     const std::size_t before = program.runs().size();
     Launch launch;
@@ -79,7 +79,7 @@ class Lifecycle : public ::testing::Test {
     return pid;
   }
 
-  /// The same, and its pid recorded as if velun had started it.
+  /// Does the same and records its pid as velun would.
   pid_t launch_recorded(const ScriptedProgram& program) const {
     const pid_t pid = launch_by_hand(program);
     sandbox.write_pid_file(pid);

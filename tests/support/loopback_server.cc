@@ -15,7 +15,7 @@
 namespace velun::test {
 namespace {
 
-// How often a blocked step checks whether the server is being taken down.
+// How often a blocked step checks whether the server is stopping.
 constexpr std::chrono::milliseconds tick{20};
 
 SSL_CTX* tls_context(const std::string& certificate) {
@@ -40,7 +40,7 @@ struct LoopbackServer::Connection {
 
   Connection(int descriptor, SSL_CTX* context)
       : socket(descriptor), tls(context != nullptr ? SSL_new(context) : nullptr) {
-    // No peer holds the server up for longer than this in one read or write.
+    // Limits each read and write, so no peer blocks the server for good.
     const timeval limit{10, 0};
     setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
@@ -59,7 +59,7 @@ struct LoopbackServer::Connection {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  // Only on a readable socket; a TLS record is always read whole.
+  // Only for a readable socket. A TLS record is always read whole.
   long read(char* buffer, std::size_t size) const {
     return tls != nullptr ? SSL_read(tls, buffer, static_cast<int>(size))
                           : recv(socket, buffer, size, 0);
@@ -139,14 +139,14 @@ void LoopbackServer::answer_on(const Connection& connection) {
     const linger abort_on_close{1, 0};
     setsockopt(connection.socket, SOL_SOCKET, SO_LINGER, &abort_on_close, sizeof abort_on_close);
   }
-  // The peer's close is what ends a hanging connection when the server itself stays up.
+  // A hanging connection ends when the peer closes it or the server stops.
   char byte = 0;
   while (reply.ending == Ending::hang && !stopping_ &&
          (!has_input(connection.socket, tick) || connection.read(&byte, 1) > 0)) {
   }
 }
 
-// The bytes up to the empty line and whatever came with them; empty when the peer left early.
+// The bytes up to the empty line and those that came with them; empty if the peer closes first.
 std::string LoopbackServer::receive(const Connection& connection) const {
   std::string request;
   char buffer[65536];

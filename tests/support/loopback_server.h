@@ -1,5 +1,5 @@
-// A programmable HTTP server on 127.0.0.1 that records every request byte for byte and answers with
-// whatever bytes a test chooses, well-formed or not, and at whatever pace.
+// An HTTP server on 127.0.0.1 that records every request byte for byte. The test chooses the bytes
+// of each answer, well-formed or not, and their pace.
 #pragma once
 
 #include <openssl/types.h>
@@ -14,10 +14,10 @@
 
 namespace velun::test {
 
-/// What happens to the connection after the bytes of a reply are out.
+/// The end of the connection, after the bytes of a reply.
 enum class Ending { close, hang, reset };
 
-/// One answer as it goes over the wire. A pause above zero comes before every single byte.
+/// The bytes of an answer. A pause above zero comes before each byte.
 struct Reply {
   std::string bytes;
   Ending ending = Ending::close;
@@ -43,7 +43,7 @@ class LoopbackServer {
   LoopbackServer& operator=(const LoopbackServer&) = delete;
 
   int port() const { return port_; }
-  /// Every request received so far, whole, in the order in which they were complete.
+  /// Every complete request so far, in order.
   std::vector<std::string> requests() const;
   /// The paths of those requests.
   std::vector<std::string> paths() const;

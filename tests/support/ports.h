@@ -1,5 +1,5 @@
-// Free ports on 127.0.0.1 that stay free: each is bound, but not listened on, for as long as its
-// reservation lives. A connection to it is refused, and a server of the test can still take it.
+// Reserves free ports on 127.0.0.1. A reserved port is bound, but nothing listens on it:
+// connections are refused, and a server of the test can still take it.
 #pragma once
 
 #include <arpa/inet.h>
@@ -36,7 +36,7 @@ inline int port_of(int socket) {
   return ntohs(address.sin_port);
 }
 
-/// One reserved port. Servers that want it must set SO_REUSEADDR.
+/// One reserved port. A server that takes it must set SO_REUSEADDR.
 class ReservedPort {
  public:
   ReservedPort() = default;

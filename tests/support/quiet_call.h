@@ -1,4 +1,4 @@
-// Calls that must not write a word, with the time that they took.
+// Calls that must print nothing, and their duration.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,14 +8,14 @@
 
 namespace velun::test {
 
-/// A result and how long it took to come.
+/// A result and the duration of its call.
 template <typename Result>
 struct Timed {
   Result result;
   std::chrono::milliseconds took{0};
 };
 
-/// Makes the call; fails the test when it writes anything to standard output or standard error.
+/// Makes the call. Fails the test if it prints anything.
 template <typename Call>
 auto quietly(const Call& call) -> Timed<decltype(call())> {
   testing::internal::CaptureStdout();

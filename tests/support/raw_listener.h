@@ -1,5 +1,4 @@
-// A listener on 127.0.0.1 below the level of HTTP: the test decides what happens to the one
-// connection that it accepts.
+// A TCP listener on 127.0.0.1. The test handles the one connection that it accepts.
 #pragma once
 
 #include <poll.h>
@@ -16,7 +15,7 @@
 
 namespace velun::test {
 
-/// True when the descriptor can be read, or its peer has gone, before `patience` is over.
+/// True if the descriptor has input, or its peer has closed, within `patience`.
 inline bool has_input(int descriptor, std::chrono::milliseconds patience) {
   pollfd wanted{descriptor, POLLIN, 0};
   return poll(&wanted, 1, static_cast<int>(patience.count())) > 0;
@@ -24,7 +23,7 @@ inline bool has_input(int descriptor, std::chrono::milliseconds patience) {
 
 class RawListener {
  public:
-  /// Listens on a free port and calls `use` with the first connection, which is closed afterwards.
+  /// Listens on a free port. Calls `use` with the first connection and then closes it.
   explicit RawListener(const std::function<void(int connection)>& use) : socket_(bound_socket(0)) {
     listen(socket_, 8);
     done_ = std::async(std::launch::async, [this, use] {
@@ -44,10 +43,10 @@ class RawListener {
   RawListener& operator=(const RawListener&) = delete;
 
   int port() const { return port_of(socket_); }
-  /// Waits until the connection has been dealt with.
+  /// Waits until the connection is closed.
   void join() { done_.wait(); }
 
-  /// Everything the peer sends until it closes or falls silent for ten seconds.
+  /// All that the peer sends until it closes or sends nothing for ten seconds.
   static std::string read_to_end(int connection) {
     std::string bytes;
     char buffer[65536];

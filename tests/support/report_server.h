@@ -1,5 +1,4 @@
-// A daemon as far as the commands that show its reports can see it: healthy, with one answer for
-// every other path.
+// A healthy daemon for the commands that show reports, with one answer for every other path.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -24,7 +23,7 @@ inline LoopbackServer::Handler healthy_with(const std::string& body) {
   return healthy_with(answer(200, body));
 }
 
-/// The text of the error that making a report of the answer raises.
+/// The text of the error that `report` raises for the answer; "none" if it raises none.
 template <typename Report>
 std::string error_of(const Report& report, const std::string& answer) {
   try {
@@ -35,7 +34,7 @@ std::string error_of(const Report& report, const std::string& answer) {
   return "none";
 }
 
-/// Expects of each answer that making a report of it raises the JSON library's type error.
+/// Expects that `report` raises the JSON library's type error for each answer.
 template <typename Report>
 void expect_type_error(const Report& report, const std::vector<std::string>& answers) {
   for (const std::string& answer : answers) {
@@ -44,7 +43,7 @@ void expect_type_error(const Report& report, const std::vector<std::string>& ans
   }
 }
 
-/// Bodies that are not JSON, comments among them, which the library takes when it is told to.
+/// Bodies that are not JSON. The library could be told to accept the comments among them.
 inline const std::vector<std::string> not_json = {
     "", " ", "ok", "{", "{} x", "// c\n{}", "{/**/}", "{'a':1}", R"({"a":1,})", "{\"a\":\"\xff\"}"};
 

@@ -121,13 +121,13 @@ Launch Sandbox::prepare(const std::vector<std::string>& words, const RunOptions&
   launch.directory = options.directory.empty() ? root_.string() : options.directory;
   launch.in_child = options.in_child;
   if (options.as_nobody && geteuid() == 0) {
-    // Where velun was built may be closed to others.
+    // Another user may have no access to the build directory.
     const fs::path copy = root_ / "nobodys/velun";
     fs::create_directories(copy.parent_path());
     fs::copy_file(launch.program, copy, fs::copy_options::overwrite_existing);
     launch.program = copy;
     give_to_nobody(root_);
-    // The counters of a coverage build would otherwise complain that they cannot be saved.
+    // Without this, a coverage build prints that it cannot save its counters.
     launch.environment["GCOV_PREFIX"] = root_;
     launch.in_child = [custom = options.in_child] {
       if (setgid(nobody) != 0 || setuid(nobody) != 0) {

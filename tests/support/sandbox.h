@@ -1,5 +1,5 @@
-// A private home for one test: a directory of its own that is removed in the end, a clean
-// environment with nothing but HOME and PATH, and ports that nobody else uses.
+// A private home for one test: a directory that the destructor removes, an environment with only
+// HOME and PATH, and three reserved ports.
 #pragma once
 
 #include <filesystem>
@@ -13,15 +13,15 @@ namespace velun::test {
 
 /// How a run of velun ended and what it wrote.
 struct Outcome {
-  int status = -1;  ///< exit status; -1 when a signal ended it
+  int status = -1;  ///< exit status; -1 if a signal ended it
   int signal = 0;   ///< that signal
   std::string out;
   std::string err;
   std::chrono::milliseconds took{0};
 };
 
-/// All that a script can tell of a run, the status or signal and both streams, as one text:
-/// compared with one of the texts below, a run that differs is shown as a diff.
+/// The status or signal and both streams as one text. If it differs from one of the texts below,
+/// the failure shows a diff.
 std::string seen(const Outcome& run);
 /// That text for a run that exits with `status`.
 std::string ended(int status, const std::string& out, const std::string& err);
@@ -30,7 +30,7 @@ std::string success(const std::string& out);
 /// For status 1 and a silent standard output.
 std::string failure(const std::string& err);
 
-/// What a run of velun gets besides its words.
+/// Everything about a run of velun but its words.
 struct RunOptions {
   std::string input;          ///< standard input
   std::string argument_zero;  ///< empty: the path of the program
@@ -58,8 +58,8 @@ class Sandbox {
   int openai_port() const { return openai_.number(); }
   int control_port() const { return control_.number(); }
 
-  /// Keeps the counters of a coverage build, and what they say when they cannot be saved, out of
-  /// the way of a run that writes files by half.
+  /// Moves the counters of a coverage build, and the messages about them, away from a run whose
+  /// writes fail.
   void set_counters_aside() {
     environment["GCOV_PREFIX"] = root_ / "counters";
     environment["GCOV_ERROR_FILE"] = "/dev/null";
@@ -103,16 +103,16 @@ class Sandbox {
   ReservedPort control_;
 };
 
-/// Writes a file, creating its directories.
+/// Writes a file and creates its directories.
 void write_file(const std::filesystem::path& path, const std::string& content);
 
-/// The whole content; fails the test when the file cannot be read.
+/// The whole content. Fails the test if the file cannot be read.
 std::string read_file(const std::filesystem::path& path);
 
 /// The permission bits, such as 0644.
 int mode_of(const std::filesystem::path& path);
 
-/// The names in a directory, sorted; empty when there is none.
+/// The sorted names in a directory; empty if it does not exist.
 std::vector<std::string> names_in(const std::filesystem::path& directory);
 
 }  // namespace velun::test

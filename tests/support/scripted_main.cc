@@ -1,5 +1,4 @@
-// The scripted program itself, see scripted_program.h: records how it was started, then does its
-// steps one by one.
+// The program of scripted_program.h: records how it was started, then does its steps one by one.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -30,8 +29,8 @@ void log_term(int) {
   }
 }
 
-// Copies what the system knows of this process. It gets its name last, so a record that has it is
-// whole.
+// Copies the entries of /proc for this process. The rename comes last, so a record with its final
+// name is complete.
 void record(const std::string& self) {
   const fs::path process = "/proc/self";
   const fs::path draft = self + ".draft." + std::to_string(getpid());
@@ -43,7 +42,8 @@ void record(const std::string& self) {
   for (const char* name : {"cmdline", "environ", "status"}) {
     std::ofstream(draft / name) << std::ifstream(process / name).rdbuf();
   }
-  // Two that run at once cannot both have a name: nothing is renamed to a directory with content.
+  // Two processes cannot take the same name: rename fails if the target is a directory with
+  // content.
   std::error_code taken;
   int number = 0;
   do {
@@ -66,7 +66,7 @@ void perform(const std::string& word, const std::string& rest, const std::string
   } else if (word == "sleep") {
     std::this_thread::sleep_for(std::chrono::milliseconds(number));
   } else if (word == "forever" || word == "until-term") {
-    // Two minutes at most, in case nobody ends it before.
+    // Two minutes at most, even without a signal.
     for (int i = 0; i < 1200 && (word == "forever" || term_came == 0); ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
@@ -91,7 +91,7 @@ int main(int argc, char* argv[]) {
   const std::string self = fs::read_symlink("/proc/self/exe").string();
   std::stringstream steps;
   steps << std::ifstream(self + ".steps").rdbuf();
-  // The handler is in place before anyone can see that the program runs.
+  // Installs the handler before the record shows that the program runs.
   if (steps.str().starts_with("log-term")) {
     terms_file = open((self + ".terms").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     signal(SIGTERM, log_term);

@@ -1,5 +1,5 @@
-// A program whose every step a test decides, for what the real daemon or the real curl cannot be
-// made to do. It is copied to wherever velun will find it; the steps stand beside it in a file.
+// A program that does the steps that a test chooses, in the place of the daemon or curl. It is
+// copied to a place where velun finds it, with the steps in a file beside it.
 #pragma once
 
 #include <filesystem>
@@ -11,7 +11,7 @@ namespace velun::test {
 
 class Sandbox;
 
-/// How one run of a scripted program was started, and what it found itself with.
+/// How one run of a scripted program was started.
 struct RecordedRun {
   std::vector<std::string> argv;  ///< argument zero included
   pid_t pid = 0;
@@ -19,8 +19,8 @@ struct RecordedRun {
   pid_t session = 0;
   std::string directory;                   ///< working directory
   std::string environment;                 ///< byte for byte, a NUL behind each variable
-  std::map<int, std::string> descriptors;  ///< what each open descriptor leads to
-  /// More that the system tells of it, such as "Umask", "SigBlk" and "SigIgn", as it words that.
+  std::map<int, std::string> descriptors;  ///< the file of each open descriptor
+  /// The fields of /proc/PID/status, such as "Umask", "SigBlk" and "SigIgn".
   std::map<std::string, std::string> status;
 };
 
@@ -37,15 +37,15 @@ class ScriptedProgram {
   std::string path() const { return path_.string(); }
   /// Every run so far, in order.
   std::vector<RecordedRun> runs() const;
-  /// The number of SIGTERMs that "log-term" has seen.
+  /// The number of SIGTERMs that "log-term" has counted.
   std::size_t terms() const;
 
  private:
   std::filesystem::path path_;
 };
 
-/// Puts a curl that does these steps on the search path, and nothing else; the mirror that it is
-/// sent to is a port of 127.0.0.1 at which nothing listens.
+/// Makes a curl with these steps the only program on the search path. Nothing listens at the
+/// address of the mirror.
 ScriptedProgram install_curl(Sandbox& sandbox, const std::string& steps);
 
 }  // namespace velun::test
