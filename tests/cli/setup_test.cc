@@ -118,15 +118,15 @@ const std::string faulty_files[][5] = {
     {"mode: loud\n", "  line 1: mode must be off, watch or protect (got `loud`)\n", "watch", "none",
      written("watch")},
     {"mode: protect\nmodel_dir: /data/m\ncontrol_port: 0\nopenai_port: 9002\ncolour: red\n",
-     "  line 5: unknown key `colour`\n"
-     "  line 3: control_port must be a port between 1 and 65535\n",
+     ("  line 5: unknown key `colour`\n"
+      "  line 3: control_port must be a port between 1 and 65535\n"),
      "protect", "/data/m",
-     "# Velun CLI configuration. `velun help config` documents every key.\n"
-     "mode: protect\nmodel_dir: /data/m\nanthropic_port: 8900\nopenai_port: 9002\n"
-     "control_port: 8902\nnames: true\n"},
+     ("# Velun CLI configuration. `velun help config` documents every key.\n"
+      "mode: protect\nmodel_dir: /data/m\nanthropic_port: 8900\nopenai_port: 9002\n"
+      "control_port: 8902\nnames: true\n")},
     {"model_dir: /data/m\nendpoint_url: http://engine\n",
-     "  model_dir and endpoint_url exclude each other — the daemon runs one detection engine per "
-     "launch\n",
+     ("  model_dir and endpoint_url exclude each other — the daemon runs one detection engine per "
+      "launch\n"),
      "watch", "/data/m", written("watch", "model_dir: /data/m\n")},
 };
 
