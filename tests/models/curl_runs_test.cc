@@ -86,17 +86,19 @@ TEST_F(CurlRuns, pass_on_bytes_of_paths_and_urls_as_they_are) {
   EXPECT_EQ(words.at(8), "http://127.0.0.1:1/ \xfe$(x)*/velun-pii-m-v1.3/tokenizer/tokenizer.json");
 }
 
-TEST_F(CurlRuns, speak_on_the_streams_of_the_user_below_the_line_of_their_file) {
-  const ScriptedProgram curl = scripted("output []\nprint curl says\ncomplain curl complains");
+TEST_F(CurlRuns, for_both_sources_write_to_the_users_streams_after_the_line_of_their_file) {
+  const ScriptedProgram curl =
+      scripted("print curl says\ncomplain curl complains\nfail-on 127.0.0.1\noutput []");
   EXPECT_EQ(fetch(), ended(0,
                            "fetching velun-pii-m-v1.3 (full)\n"
                            "  tokenizer.json (~34 MB)\n"
-                           "curl says\n"
+                           "curl says\ncurl says\n"
                            "  calibration.json (~0 MB)\n"
-                           "curl says\n"
+                           "curl says\ncurl says\n"
                            "  model.fp32.onnx (~1.200000 GB)\n"
-                           "curl says\n"
+                           "curl says\ncurl says\n"
                            "done. activate it with: velun model use velun-pii-m-v1.3\n",
+                           "curl complains\ncurl complains\ncurl complains\n"
                            "curl complains\ncurl complains\ncurl complains\n"));
 }
 

@@ -1,6 +1,11 @@
-// One file after another from a mirror, by the real curl.
+// Downloads by the real curl: from the mirror, from the hub without a token, or not at all because
+// the file is already there.
+
+#include "models/download.h"
 
 #include <gtest/gtest.h>
+
+#include <limits>
 
 #include "tests/models/fetch_fixture.h"
 
@@ -11,7 +16,7 @@ namespace {
 
 class Download : public Fetching {
  protected:
-  // Answers the tokenizer in the given way and the other two files as they should be.
+  // Gives this reply for the tokenizer and delivers the other two files.
   static LoopbackServer::Handler tokenizer_as(const Reply& reply) {
     return [reply, others = serving(mirror_files)](const std::string& request) {
       return path_of(request) == tokenizer_path ? reply : others(request);
@@ -64,14 +69,6 @@ TEST_F(Download, takes_from_the_hub_just_the_file_that_the_mirror_does_not_deliv
   }
 }
 
-TEST_F(Download, overwrites_what_an_interrupted_run_left_under_the_part_name) {
-  put("tokenizer.json.part", std::string(100000, 'x'));
-  const LoopbackServer server(0, serving(mirror_files));
-  use_mirror(server.port());
-  EXPECT_EQ(fetch(), success(fresh_fetch));
-  expect_bundle_of(mirror_files);
-}
-
 TEST_F(Download, removes_the_part_before_it_asks_the_hub) {
   put("tokenizer.json.part", "old");
   std::atomic<int> parts_at_hub = 0;
@@ -85,6 +82,117 @@ TEST_F(Download, removes_the_part_before_it_asks_the_hub) {
   use_hub(hub.port());
   EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(parts_at_hub, 0);
+}
+
+class Hub : public Fetching {};
+
+TEST_F(Hub, that_refuses_a_file_is_explained_ends_the_fetch_and_leaves_the_files_before) {
+  const LoopbackServer server(0, serving({{tokenizer_path, tokenizer_body}}));
+  const LoopbackServer hub(
+      0, [](const std::string&) { return answer(403, "sign in"); }, VELUN_HUB_CERTIFICATE);
+  use_mirror(server.port());
+  use_hub(hub.port());
+  EXPECT_EQ(fetch(),
+            ended(1, failed_fetch + "  calibration.json (~0 MB)\n",
+                  access_message("calibration.json") + "download failed: calibration.json\n"));
+  EXPECT_EQ(server.paths(), (Words{tokenizer_path, calibration_path}));
+  EXPECT_EQ(hub.paths(), Words{on_hub("calibration.json")});
+  EXPECT_EQ(names_in(bundle()), Words{"tokenizer.json"});
+}
+
+TEST_F(Hub, is_not_trusted_with_a_certificate_that_nobody_vouches_for) {
+  const LoopbackServer hub(0, serving(hub_files), VELUN_HUB_CERTIFICATE);
+  write_file(sandbox.home() / ".curlrc", "silent\nconnect-to = \"" + std::string(hub_host) +
+                                             ":443:127.0.0.1:" + std::to_string(hub.port()) +
+                                             "\"\n");
+  EXPECT_EQ(fetch(), refused());
+  EXPECT_EQ(hub.requests().size(), 0U);
+}
+
+class AlreadyHere : public Fetching {
+ protected:
+  AlreadyHere() { use_mirror(server.port()); }
+
+  void expect_calibration_left_alone() {
+    RunOptions options;
+    options.as_nobody = true;
+    EXPECT_EQ(fetch(options), success(fetch_that_finds({"calibration.json"})));
+    EXPECT_EQ(server.paths(), (Words{tokenizer_path, graph_path}));
+  }
+
+  LoopbackServer server{0, serving(mirror_files)};
+};
+
+TEST_F(AlreadyHere, is_a_file_of_another_size_than_expected_that_may_not_be_read) {
+  put("calibration.json", "x");
+  fs::permissions(bundle() / "calibration.json", fs::perms::none);
+  expect_calibration_left_alone();
+  fs::permissions(bundle() / "calibration.json", fs::perms::owner_read);
+  EXPECT_EQ(read_file(bundle() / "calibration.json"), "x");
+}
+
+TEST_F(AlreadyHere, is_a_directory_at_the_final_name) {
+  fs::create_directories(bundle() / "calibration.json");
+  expect_calibration_left_alone();
+}
+
+TEST_F(AlreadyHere, is_a_link_to_a_file_that_holds_something) {
+  write_file(sandbox.root() / "elsewhere", "mine");
+  fs::create_directories(bundle());
+  fs::create_symlink(sandbox.root() / "elsewhere", bundle() / "calibration.json");
+  expect_calibration_left_alone();
+  EXPECT_EQ(read_file(bundle() / "calibration.json"), "mine");
+}
+
+TEST_F(AlreadyHere, is_no_link_to_an_empty_file_or_to_nothing_and_the_download_replaces_it) {
+  write_file(sandbox.root() / "empty", "");
+  for (const char* target : {"empty", "nowhere"}) {
+    fs::create_directories(bundle());
+    fs::create_symlink(sandbox.root() / target, bundle() / "calibration.json");
+    EXPECT_EQ(fetch(), success(fresh_fetch));
+    EXPECT_EQ(fs::symlink_status(bundle() / "calibration.json").type(), fs::file_type::regular);
+    expect_bundle_of(mirror_files);
+    fs::remove_all(bundle());
+  }
+  EXPECT_EQ(read_file(sandbox.root() / "empty"), "");
+  EXPECT_FALSE(fs::exists(sandbox.root() / "nowhere"));
+}
+
+TEST_F(AlreadyHere, is_no_empty_file_or_dangling_link_which_stays_if_the_download_fails) {
+  use_mirror(closed.number());
+  put("tokenizer.json", "");
+  EXPECT_EQ(fetch(), refused());
+  EXPECT_EQ(read_file(bundle() / "tokenizer.json"), "");
+  fs::remove(bundle() / "tokenizer.json");
+  fs::create_symlink("nowhere", bundle() / "tokenizer.json");
+  EXPECT_EQ(fetch(), refused());
+  EXPECT_EQ(fs::read_symlink(bundle() / "tokenizer.json"), "nowhere");
+}
+
+TEST(SizeText, is_in_megabytes_or_gigabytes_truncated) {
+  const std::pair<std::int64_t, const char*> rows[] = {
+      {0, "0 MB"},
+      {400, "0 MB"},
+      {999999, "0 MB"},
+      {1000000, "1 MB"},
+      {1999999, "1 MB"},
+      {34400000, "34 MB"},
+      {309000000, "309 MB"},
+      {999999999, "999 MB"},
+      {1000000000, "1.000000 GB"},
+      {1099999999, "1.000000 GB"},
+      {1100000000, "1.100000 GB"},
+      {1231000000, "1.200000 GB"},
+      {9999999999, "9.900000 GB"},
+      {123456789012, "123.400000 GB"},
+      {std::numeric_limits<std::int64_t>::max(), "9223372036.799999 GB"},
+      {-1, "0 MB"},
+      {-1999999, "-1 MB"},
+      {-2000000000, "-2000 MB"},
+  };
+  for (const auto& [bytes, text] : rows) {
+    EXPECT_EQ(size_text(bytes), text) << bytes;
+  }
 }
 
 }  // namespace
