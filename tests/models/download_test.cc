@@ -4,10 +4,12 @@
 #include "models/download.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <limits>
 
 #include "tests/models/fetch_fixture.h"
+#include "tests/support/failing_call.h"
 
 namespace fs = std::filesystem;
 
@@ -107,6 +109,48 @@ TEST_F(Hub, is_not_trusted_with_a_certificate_that_nobody_vouches_for) {
                                              "\"\n");
   EXPECT_EQ(fetch(), refused());
   EXPECT_EQ(hub.requests().size(), 0U);
+}
+
+class FetchFault : public Fetching {};
+
+TEST_F(FetchFault, a_full_disk_is_a_failure_that_leaves_nothing) {
+  const LoopbackServer server(0, serving({{tokenizer_path, std::string(300'000, 't')}}));
+  use_mirror(server.port());
+  use_token("hf_secret");
+  sandbox.set_counters_aside();
+  RunOptions options;
+  options.in_child = [] {
+    const rlimit limit{100'000, 100'000};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  };
+  EXPECT_EQ(fetch(options), refused_with_token);
+  EXPECT_EQ(server.paths(), Words{tokenizer_path});
+  expect_nothing_left();
+}
+
+TEST_F(FetchFault, a_directory_at_the_part_name_fails_the_download_and_stays) {
+  const LoopbackServer server(0, serving(mirror_files));
+  const LoopbackServer hub(0, serving(hub_files), VELUN_HUB_CERTIFICATE);
+  use_mirror(server.port());
+  use_hub(hub.port());
+  put("tokenizer.json.part/inside", "mine");
+  EXPECT_EQ(fetch(), refused());
+  EXPECT_EQ(names_in(bundle()), Words{"tokenizer.json.part"});
+  EXPECT_EQ(read_file(bundle() / "tokenizer.json.part/inside"), "mine");
+}
+
+using FetchWithFaults = WithFaults<FetchFault>;
+
+// The call is delayed until curl has ended; then it fails.
+TEST_F(FetchWithFaults, a_wait_that_fails_counts_as_a_finished_download) {
+  put("tokenizer.json", tokenizer_body);
+  put("calibration.json", calibration_body);
+  const ScriptedProgram curl = scripted("output graph\nexit 22");
+  EXPECT_EQ(seen(with_fault(sandbox, {"model", "fetch"},
+                            "wait4:error=ECHILD:delay_enter=2000000:when=1+")),
+            success(fetch_that_finds({"tokenizer.json", "calibration.json"})));
+  EXPECT_EQ(curl.runs().size(), 1U);
+  EXPECT_EQ(read_file(bundle() / "model.fp32.onnx"), "graph");
 }
 
 class AlreadyHere : public Fetching {

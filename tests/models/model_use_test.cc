@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "tests/models/fetch_fixture.h"
+#include "tests/support/loopback_server.h"
+#include "tests/support/sandbox.h"
 
 namespace fs = std::filesystem;
 
@@ -101,8 +102,9 @@ TEST_F(ModelUse, needs_an_argument) {
 }
 
 TEST_F(ModelUse, of_something_that_is_nowhere_names_it_as_it_was_given) {
-  for (const std::string& argument : Words{"none", " none", "./none/", "/none/at/all", "x/../none",
-                                           "\xff", std::string(5000, 'x')}) {
+  for (const std::string& argument :
+       std::vector<std::string>{"none", " none", "./none/", "/none/at/all", "x/../none", "\xff",
+                                std::string(5000, 'x')}) {
     expect_refused(argument, "no bundle at " + argument + " — `velun model list`\n");
   }
 }
@@ -134,19 +136,6 @@ TEST_F(ModelUse, asks_for_no_restart_of_a_daemon_that_is_not_well_and_asks_none_
   EXPECT_EQ(control.requests().size(), 0U);
   EXPECT_EQ(use("one"), success(sandbox.wrote()));
   EXPECT_EQ(control.requests().size(), 1U);
-}
-
-class FetchThenUse : public Fetching {};
-
-TEST_F(FetchThenUse, stores_the_fetched_bundle_and_marks_it_in_the_list) {
-  const LoopbackServer server(0, serving(mirror_files));
-  use_mirror(server.port());
-  sandbox.configure("endpoint_url: \"http://127.0.0.1:9\"\n");
-  EXPECT_EQ(fetch(), success(fresh_fetch));
-  EXPECT_EQ(seen(sandbox.velun({"model", "use", "velun-pii-m-v1.3"})), success(sandbox.wrote()));
-  EXPECT_EQ(read_file(sandbox.config_file()),
-            sandbox.rendering("watch", "model_dir: " + bundle().string() + "\n"));
-  EXPECT_EQ(seen(sandbox.velun({"model", "list"})), success("* velun-pii-m-v1.3\n"));
 }
 
 }  // namespace

@@ -10,35 +10,20 @@
 namespace velun::test {
 namespace {
 
-// While this lives, the files of this process grow no further than `size` bytes.
-class FullDisk {
- public:
-  explicit FullDisk(rlim_t size) : handler_(signal(SIGXFSZ, SIG_IGN)) {
-    getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit now{size, before_.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &now);
-  }
-  ~FullDisk() {
-    setrlimit(RLIMIT_FSIZE, &before_);
-    signal(SIGXFSZ, handler_);
-  }
-  FullDisk(const FullDisk&) = delete;
-  FullDisk& operator=(const FullDisk&) = delete;
-
- private:
-  sighandler_t handler_;
-  rlimit before_{};
-};
-
 TEST(TokenHeaderFile, is_gone_when_the_token_did_not_fit_whole) {
   const Sandbox sandbox;
-  const FullDisk disk(std::string("Authorization: Bearer hf_").size());
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const rlimit full{std::string("Authorization: Bearer hf_").size(), before.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &full);
   const TokenHeader header(sandbox.root() / "header", "hf_0123456789");
+  setrlimit(RLIMIT_FSIZE, &before);
   EXPECT_EQ(names_in(sandbox.root()), std::vector<std::string>{"home"});
 }
 
-// Under its other name the file cannot be removed.
-TEST(TokenHeaderFile, is_empty_in_the_end_wherever_it_cannot_be_removed) {
+// The second name stands for a file that cannot be removed.
+TEST(TokenHeaderFile, is_emptied_in_the_end_under_any_name) {
   const Sandbox sandbox;
   const std::filesystem::path second_name = sandbox.root() / "second name";
   {
