@@ -20,51 +20,28 @@ std::vector<File> files_of(const ModelCard& card, const std::string& variant) {
   return files;
 }
 
-const std::vector<File> full_download = {
-    {"tokenizer/tokenizer.json", "tokenizer.json", 34400000},
-    {"calibration.json", "calibration.json", 400},
-    {"quant/model-fp32.onnx", "model.fp32.onnx", 1231000000},
-};
-
-const std::vector<File> compact_download = {
-    {"tokenizer/tokenizer.json", "tokenizer.json", 34400000},
-    {"calibration.json", "calibration.json", 400},
-    {"quant/model-q8.onnx", "model.int8.onnx", 309000000},
-};
+// A download of three files whose last one, the graph, is this.
+std::vector<File> download_with(const File& graph) {
+  return {{"tokenizer/tokenizer.json", "tokenizer.json", 34400000},
+          {"calibration.json", "calibration.json", 400},
+          graph};
+}
 
 const BundleFile calibration{"calibration.json", "calibration.json", 400};
 
-TEST(Catalog, holds_the_one_model_field_by_field) {
-  const ModelCard& card = model_catalog();
-  EXPECT_EQ(card.id, "velun-pii-m-v1.3");
-  EXPECT_EQ(card.repository, "quorvane/velun-pii-m-v1.3");
-  EXPECT_EQ(card.revision, "main");
-  EXPECT_EQ(card.display_name, "Velun 1.3");
-  EXPECT_EQ(card.window, 1024);
-  EXPECT_FALSE(card.has_compact);
-  EXPECT_TRUE(card.gated);
-  EXPECT_EQ(card.segment, "union");
-}
-
 TEST(BundleFiles, end_with_the_compact_graph_only_if_it_is_asked_for_and_exists) {
+  const auto full_download =
+      download_with({"quant/model-fp32.onnx", "model.fp32.onnx", 1231000000});
   ModelCard card = model_catalog();
   EXPECT_EQ(files_of(card, "full"), full_download);
   EXPECT_EQ(files_of(card, "compact"), full_download);
   card.has_compact = true;
-  EXPECT_EQ(files_of(card, "compact"), compact_download);
+  EXPECT_EQ(files_of(card, "compact"),
+            download_with({"quant/model-q8.onnx", "model.int8.onnx", 309000000}));
   for (const char* word :
        {"full", "", "Compact", "COMPACT", "compact ", " compact", "compac", "q8"}) {
     EXPECT_EQ(files_of(card, word), full_download) << '"' << word << '"';
   }
-}
-
-TEST(HubUrl, takes_repository_and_revision_from_the_card) {
-  ModelCard card;
-  card.id = "some-id";
-  card.repository = "owner/name";
-  card.revision = "v2";
-  EXPECT_EQ(hub_url(card, {"a/b.bin", "c.bin", 1}),
-            std::string(hub_base_url) + "owner/name/resolve/v2/a/b.bin");
 }
 
 TEST(MirrorUrl, starts_with_the_makers_mirror_if_the_environment_names_none_or_an_empty_one) {
@@ -93,11 +70,15 @@ TEST(MirrorUrl, loses_every_slash_at_the_end_of_the_base_and_nothing_else) {
   }
 }
 
-TEST(MirrorUrl, takes_the_folder_from_the_cards_id) {
+TEST(Urls, take_their_parts_from_the_card_and_the_file) {
   const EnvironmentVariable mirror("VELUN_MODEL_MIRROR", "http://127.0.0.1:9");
-  ModelCard card = model_catalog();
-  card.id = "another";
-  EXPECT_EQ(mirror_url(card, calibration), "http://127.0.0.1:9/another/calibration.json");
+  ModelCard card;
+  card.id = "some-id";
+  card.repository = "owner/name";
+  card.revision = "v2";
+  const BundleFile file{"a/b.bin", "c.bin", 1};
+  EXPECT_EQ(hub_url(card, file), std::string(hub_base_url) + "owner/name/resolve/v2/a/b.bin");
+  EXPECT_EQ(mirror_url(card, file), "http://127.0.0.1:9/some-id/a/b.bin");
 }
 
 TEST(OutsideLocations, are_https_urls_that_end_as_the_paths_behind_them_need) {

@@ -1,3 +1,5 @@
+// The file of the hub token, alone and with the real curl, which sends the token to the hub only.
+
 #include "models/token_header.h"
 
 #include <gtest/gtest.h>
@@ -5,10 +7,136 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
-#include "tests/support/sandbox.h"
+#include "tests/models/fetch_fixture.h"
+#include "tests/support/failing_call.h"
+
+namespace fs = std::filesystem;
 
 namespace velun::test {
 namespace {
+
+class HubToken : public Fetching {
+ protected:
+  HubToken() {
+    use_hub(hub.port());
+    use_token(token);
+  }
+
+  // The requests, byte for byte, with which curl asks for these paths one after another.
+  static Words requests_for(const Words& paths, const std::string& host,
+                            const std::string& more = "") {
+    Words requests;
+    for (const std::string& path : paths) {
+      requests.push_back("GET " + path + " HTTP/1.1\r\nHost: " + host +
+                         "\r\nUser-Agent: curl\r\nAccept: */*\r\n" + more + "\r\n");
+    }
+    return requests;
+  }
+
+  Words requests_with_token() const {
+    return requests_for(hub_paths, hub_host, "Authorization: Bearer " + token + "\r\n");
+  }
+
+  static std::string host_of(const LoopbackServer& server) {
+    return "127.0.0.1:" + std::to_string(server.port());
+  }
+
+  // The header file as it is while curl waits for an answer.
+  std::string header_now() const {
+    if (fs::symlink_status(header_file()).type() != fs::file_type::regular) {
+      return "no file";
+    }
+    return (mode_of(header_file()) == 0600 ? "private: " : "open: ") + read_file(header_file());
+  }
+
+  // Serves files and notes the state of the header file meanwhile.
+  LoopbackServer::Handler watching(const Files& files) {
+    return [this, serve = serving(files)](const std::string& request) {
+      sights.push_back(header_now());
+      return serve(request);
+    };
+  }
+
+  std::string private_header() const { return "private: Authorization: Bearer " + token + "\n"; }
+
+  std::string token = "hf_secret";
+  Words sights;
+  LoopbackServer hub{0, watching(hub_files), VELUN_HUB_CERTIFICATE};
+};
+
+TEST_F(HubToken, goes_to_the_hub_in_an_owner_only_file_that_curl_reads) {
+  EXPECT_EQ(fetch(), success(fresh_fetch));
+  EXPECT_EQ(sights, Words(3, private_header()));
+  EXPECT_EQ(names_in(sandbox.state_dir()), Words{"models"});
+  EXPECT_EQ(hub.requests(), requests_with_token());
+}
+
+TEST_F(HubToken, is_not_written_down_while_the_mirror_is_asked_nor_sent_there) {
+  const LoopbackServer server(0, watching({{tokenizer_path, tokenizer_body}}));
+  use_mirror(server.port());
+  EXPECT_EQ(fetch(), success(fresh_fetch));
+  EXPECT_EQ(sights, (Words{"no file", "no file", private_header(), "no file", private_header()}));
+  EXPECT_EQ(server.requests(), requests_for(mirror_paths, host_of(server)));
+}
+
+TEST_F(HubToken, does_not_follow_a_redirect_to_another_host) {
+  const LoopbackServer store(0, serving({{"/blob", "[]"}}));
+  const LoopbackServer sending_on(
+      0,
+      [&](const std::string&) {
+        return answer(302, "", "Location: http://" + host_of(store) + "/blob\r\n");
+      },
+      VELUN_HUB_CERTIFICATE);
+  use_hub(sending_on.port());
+  EXPECT_EQ(fetch(), success(fresh_fetch));
+  EXPECT_EQ(sending_on.requests(), requests_with_token());
+  EXPECT_EQ(store.requests(), requests_for(Words(3, "/blob"), host_of(store)));
+}
+
+using HubTokenWithFaults = WithFaults<HubToken>;
+
+TEST_F(HubTokenWithFaults, needs_no_permission_call_to_be_private_under_a_mask_that_hides_nothing) {
+  RunOptions options;
+  options.in_child = [] { umask(0); };
+  EXPECT_EQ(seen(with_fault(sandbox, {"model", "fetch"}, "fchmod,fchmodat:error=EPERM:when=1+", {},
+                            options)),
+            success(fresh_fetch));
+  EXPECT_EQ(sights, Words(3, private_header()));
+}
+
+TEST_F(HubToken, that_a_killed_run_left_goes_when_the_next_fetch_begins) {
+  sandbox.environment.erase("VELUN_HF_TOKEN");
+  const LoopbackServer server(0, watching(mirror_files));
+  use_mirror(server.port());
+  for (const std::string& out : {fresh_fetch, second_fetch}) {
+    write_file(header_file(), "Authorization: Bearer hf_older\n");
+    EXPECT_EQ(fetch(), success(out));
+    EXPECT_FALSE(fs::exists(header_file()));
+  }
+  EXPECT_EQ(sights, Words(3, "no file"));
+}
+
+// Without a header file some releases of curl send no request; others send one without the field,
+// which this hub refuses. Their messages differ.
+TEST_F(HubToken, goes_nowhere_when_a_directory_takes_the_files_place) {
+  const LoopbackServer gated(
+      0,
+      [this](const std::string& request) {
+        return request.find(token) == std::string::npos ? answer(401, "")
+                                                        : serving(hub_files)(request);
+      },
+      VELUN_HUB_CERTIFICATE);
+  use_hub(gated.port());
+  write_file(header_file() / "inside", "kept");
+  const Outcome run = sandbox.velun({"model", "fetch"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.out, failed_fetch);
+  EXPECT_TRUE(run.err.ends_with("download failed: tokenizer/tokenizer.json\n")) << run.err;
+  for (const std::string& request : gated.requests()) {
+    EXPECT_EQ(request.find(token), std::string::npos) << request;
+  }
+  EXPECT_EQ(names_in(header_file()), Words{"inside"});
+}
 
 TEST(TokenHeaderFile, is_gone_when_the_token_did_not_fit_whole) {
   const Sandbox sandbox;
@@ -25,10 +153,10 @@ TEST(TokenHeaderFile, is_gone_when_the_token_did_not_fit_whole) {
 // The second name stands for a file that cannot be removed.
 TEST(TokenHeaderFile, is_emptied_in_the_end_under_any_name) {
   const Sandbox sandbox;
-  const std::filesystem::path second_name = sandbox.root() / "second name";
+  const fs::path second_name = sandbox.root() / "second name";
   {
     const TokenHeader header(sandbox.root() / "header", "hf_0123456789");
-    std::filesystem::create_hard_link(header.path(), second_name);
+    fs::create_hard_link(header.path(), second_name);
     EXPECT_EQ(read_file(second_name), "Authorization: Bearer hf_0123456789\n");
   }
   EXPECT_EQ(read_file(second_name), "");
@@ -62,17 +190,17 @@ TEST(TokenHeaderFile, is_for_the_owner_alone_under_any_mask) {
 
 TEST(TokenHeaderFile, is_not_written_through_a_dangling_link) {
   const Sandbox sandbox;
-  std::filesystem::create_symlink(sandbox.root() / "created", sandbox.root() / "header");
+  fs::create_symlink(sandbox.root() / "created", sandbox.root() / "header");
   const TokenHeader header(sandbox.root() / "header", "hf_0123456789");
   EXPECT_EQ(read_file(header.path()), "Authorization: Bearer hf_0123456789\n");
-  EXPECT_FALSE(std::filesystem::exists(sandbox.root() / "created"));
+  EXPECT_FALSE(fs::exists(sandbox.root() / "created"));
 }
 
 // The second name stands for a descriptor that another process opened in time.
 TEST(TokenHeaderFile, never_appears_in_an_older_file_that_somebody_can_still_read) {
   const Sandbox sandbox;
   write_file(sandbox.root() / "older", "older content\n");
-  std::filesystem::create_hard_link(sandbox.root() / "older", sandbox.root() / "header");
+  fs::create_hard_link(sandbox.root() / "older", sandbox.root() / "header");
   {
     const TokenHeader header(sandbox.root() / "header", "hf_0123456789");
     EXPECT_EQ(read_file(sandbox.root() / "older"), "older content\n");
