@@ -9,7 +9,7 @@
 #include <sys/socket.h>
 
 #include <chrono>
-#include <cstdio>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -64,30 +64,22 @@ std::vector<std::string> cut(const std::string& bytes, const std::vector<std::si
 }
 
 std::string in_chunks(const std::vector<std::string>& pieces) {
-  std::string text;
+  std::ostringstream text;
   for (const std::string& piece : pieces) {
-    char size[32];
-    std::snprintf(size, sizeof size, "%zx\r\n", piece.size());
-    text += piece.empty() ? "" : size + piece + "\r\n";
+    if (!piece.empty()) {
+      text << std::hex << piece.size() << "\r\n" << piece << "\r\n";
+    }
   }
-  return text + "0\r\n\r\n";
+  return text.str() + "0\r\n\r\n";
 }
 
-// An answer with the text of the input as its body, its length given in one of three ways.
+// The text of the input as an answer, or as a body whose length is given in one of three ways.
 std::string answer_of(const Input& input) {
-  const std::string status = "HTTP/1.1 200 OK\r\n";
-  switch (input.form) {
-    case 1:
-      return status + "Content-Length: " + std::to_string(input.bytes.size()) + "\r\n\r\n" +
-             input.bytes;
-    case 2:
-      return status + "Transfer-Encoding: chunked\r\n\r\n" +
-             in_chunks(cut(input.bytes, input.sizes));
-    case 3:
-      return status + "\r\n" + input.bytes;
-    default:
-      return input.bytes;
-  }
+  const std::string heads[] = {
+      "", "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(input.bytes.size()) + "\r\n\r\n",
+      "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n", "HTTP/1.1 200 OK\r\n\r\n"};
+  return heads[input.form] +
+         (input.form == 2 ? in_chunks(cut(input.bytes, input.sizes)) : input.bytes);
 }
 
 bool says_200(const std::string& answer) {
