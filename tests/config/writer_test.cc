@@ -118,5 +118,48 @@ TEST(QuoteValue, quotes_text_that_would_be_read_as_something_else) {
   }
 }
 
+TEST(RoundTrip, outer_blanks_tabs_and_text_that_looks_quoted_survive) {
+  for (const char* directory : {" /srv/state", "/srv/state ", " ", "\t", "/srv/st\tate", "\t/s\t",
+                                "'/srv/state'", "\"/srv/state\"", "'", "\"", "\"\"", "''", "'a"}) {
+    Config config;
+    config.state_dir = directory;
+    EXPECT_EQ(judgement_of(render_config(config)), changed_fields_of(config));
+  }
+}
+
+TEST(RoundTripLoss, of_an_interception_port_without_apps) {
+  Config config;
+  config.intercept_port = 9104;
+  EXPECT_EQ(judgement_of(render_config(config)), "");
+}
+
+TEST(RoundTripLoss, of_a_carriage_return_at_the_end_of_a_bare_value_with_the_blanks_before_it) {
+  const TextCase rows[] = {
+      {"/s\r", "/s"}, {"/s\r\r", "/s\r"}, {"/s  \r", "/s"}, {"/s \r\r", "/s \r"}};
+  for (const TextCase& row : rows) {
+    Config config;
+    config.state_dir = row.text;
+    EXPECT_EQ(judgement_of(render_config(config)), "state_dir=" + std::string(row.expected) + "\n");
+  }
+}
+
+// A comma splits, and an empty item is dropped. An apostrophe in a bare item can hide a quote
+// behind it or let a "#" begin a comment, but often does no harm.
+TEST(RoundTripLoss, of_items_with_commas_of_empty_ones_and_by_apostrophes) {
+  const std::pair<std::vector<std::string>, std::string> rows[] = {
+      {{"a,b", "c, d", ","},
+       R"(intercept_apps="a|b"|"c|d"|"|")"
+       "\n"},
+      {{"", "a", ""}, "intercept_apps=a\n"},
+      {{"it's", "Ada's #1"}, "! line 7: unterminated list\n"},
+      {{"a'b", ":'", "#"}, "! line 7: unterminated list\n"},
+      {{"it's", "all #1", "fine"}, "intercept_apps=it's|all #1|fine\n"}};
+  for (const auto& [items, judgement] : rows) {
+    Config config;
+    config.intercept_apps = items;
+    EXPECT_EQ(judgement_of(render_config(config)), judgement);
+  }
+}
+
 }  // namespace
 }  // namespace velun::test
