@@ -10,7 +10,7 @@ namespace fs = std::filesystem;
 namespace velun::test {
 namespace {
 
-// What the environment holds, and the path that follows from it.
+// The variables of the environment, and the path that follows from them.
 struct Row {
   std::vector<std::pair<std::string, std::string>> variables;
   std::string path;
@@ -56,7 +56,7 @@ TEST(StateDir, is_chosen_by_the_first_variable_that_counts) {
        {{}, "/tmp/.local/share/velun"}});
 }
 
-// The record's directory, the environment's, and where the files are then.
+// A row is the record's directory, that of the environment, and the directory of the files.
 TEST(StateDir, of_the_record_wins_and_moves_all_files_in_it) {
   const std::string rows[][3] = {
       {"", "/state", "/state/"}, {"/srv/velun", "/state", "/srv/velun/"}, {"", "", ""}};
@@ -111,52 +111,26 @@ TEST_F(InTheStateDir, the_token_moves_with_the_directory) {
   EXPECT_EQ(read_control_token(Config()), "other");
 }
 
-TEST_F(InTheStateDir, asking_for_a_location_creates_nothing) {
-  const ScopedEnvironment environment;
-  environment.set("HOME", sandbox.home());
-  config_path();
-  default_state_dir();
-  state_dir_of(config);
-  models_dir_of(config);
-  pid_file_of(config);
-  read_control_token(config);
-  EXPECT_EQ(names_in(sandbox.root()), std::vector<std::string>{"home"});
-  EXPECT_EQ(names_in(sandbox.home()), std::vector<std::string>{});
-}
+class ConfigFileInUse : public SetupDialogue {};
 
-// Every command that uses the config file's path or shows it.
-class ConfigFileInUse : public SetupDialogue {
- protected:
-  void expect_path_everywhere(const std::string& path) {
-    const auto expect = [&](const std::string& word, const std::string& outcome) {
-      EXPECT_EQ(seen(sandbox.velun({word, "off"})), outcome) << word;
-    };
-    const fs::path place = sandbox.root() / path;
-    expect("config", success("file: " + path + "\n\n" + sandbox.rendering("watch")));
-    expect("mode", success("wrote " + path + "\n"));
-    EXPECT_EQ(read_file(place), sandbox.rendering("off"));
-    write_file(place, "names\n");
-    expect("status", failure(path + " has problems:\n  line 1: expected `key: value`\n"));
-    fs::remove(place);
-    expect("status", failure("no configuration at " + path + " — run `velun setup` first\n"));
-    expect("setup", success(dialogue(path)));
-    EXPECT_EQ(read_file(place), written("watch"));
-  }
-};
-
-TEST_F(ConfigFileInUse, below_a_home_of_any_bytes_is_shown_byte_for_byte) {
-  sandbox.configure();
-  const fs::path home = sandbox.root() / "my \"own\"\\ \xff\xc3\n home";
-  fs::rename(sandbox.home(), home);
-  sandbox.environment["HOME"] = home;
-  expect_path_everywhere(home / ".config/velun/velun.yaml");
-}
-
-TEST_F(ConfigFileInUse, from_the_environment_is_shown_as_it_stands) {
-  sandbox.configure();
-  const std::string path = "home/../home//.config/./velun/velun.yaml";
+TEST_F(ConfigFileInUse, is_shown_byte_for_byte_as_the_environment_names_it) {
+  fs::create_directory(sandbox.root() / "my \"own\"\\ \xff\xc3\n home");
+  const std::string path = "home/../my \"own\"\\ \xff\xc3\n home//./velun.yaml";
   sandbox.environment["VELUN_CLI_CONFIG"] = path;
-  expect_path_everywhere(path);
+  const auto expect = [&](const std::string& word, const std::string& outcome) {
+    EXPECT_EQ(seen(sandbox.velun({word, "off"})), outcome) << word;
+  };
+  const fs::path place = sandbox.root() / path;
+  write_file(place, sandbox.port_lines());
+  expect("config", success("file: " + path + "\n\n" + sandbox.rendering("watch")));
+  expect("mode", success("wrote " + path + "\n"));
+  EXPECT_EQ(read_file(place), sandbox.rendering("off"));
+  write_file(place, "names\n");
+  expect("status", failure(path + " has problems:\n  line 1: expected `key: value`\n"));
+  fs::remove(place);
+  expect("status", failure("no configuration at " + path + " — run `velun setup` first\n"));
+  expect("setup", success(dialogue(path)));
+  EXPECT_EQ(read_file(place), written("watch"));
 }
 
 }  // namespace
