@@ -178,15 +178,6 @@ TEST(Validator, problems_come_in_byte_order_of_the_keys_and_good_keys_apply_all_
           exclusion);
 }
 
-TEST(Validator, the_line_of_a_problem_is_the_number_in_the_entry) {
-  ConfigEntry entry;
-  entry.scalar = "x";
-  entry.line = -3;
-  Problems problems = {"earlier"};
-  validate_config({{"names", entry}}, problems);
-  EXPECT_EQ(problems, (Problems{"earlier", "line -3: names must be true or false"}));
-}
-
 void expect_suggestions(const std::vector<TextCase>& rows) {
   for (const TextCase& row : rows) {
     EXPECT_EQ(suggest_key(row.text), row.expected) << "for the key " << row.text;
