@@ -35,53 +35,47 @@ class Download : public Fetching {
 };
 
 TEST_F(Download, follows_redirects) {
-  const LoopbackServer server(0, [](const std::string& request) {
+  at_mirror = [](const std::string& request) {
     const std::string path = path_of(request);
     return path.starts_with("/behind") ? answer(200, mirror_files.at(path.substr(7)))
                                        : answer(302, "", "Location: /behind" + path + "\r\n");
-  });
-  use_mirror(server.port());
+  };
   EXPECT_EQ(fetch(), success(fresh_fetch));
   expect_bundle_of(mirror_files);
 }
 
 TEST_F(Download, gives_a_mirror_four_tries_in_all_before_the_hub) {
-  const LoopbackServer server(0, tokenizer_as(answer(503, "", "Retry-After: 0\r\n")));
-  const LoopbackServer hub(0, serving(hub_files), VELUN_HUB_CERTIFICATE);
-  use_mirror(server.port());
-  use_hub(hub.port(), "silent\nretry-delay = 1\n");
+  at_mirror = tokenizer_as(answer(503, "", "Retry-After: 0\r\n"));
+  at_hub = serving(hub_files);
+  configure_curl("silent\nretry-delay = 1\n");
   EXPECT_EQ(fetch(), success(fresh_fetch));
-  EXPECT_EQ(server.paths(), (Words{tokenizer_path, tokenizer_path, tokenizer_path, tokenizer_path,
-                                   calibration_path, graph_path}));
+  EXPECT_EQ(mirror_server.paths(), (Words{tokenizer_path, tokenizer_path, tokenizer_path,
+                                          tokenizer_path, calibration_path, graph_path}));
   EXPECT_EQ(hub.paths(), Words{on_hub("tokenizer/tokenizer.json")});
 }
 
 TEST_F(Download, takes_from_the_hub_just_the_file_that_the_mirror_does_not_deliver_whole) {
+  at_hub = serving(hub_files);
+  Words asked;
   for (const Reply& reply : {answer(404, "not here"), answer(403, "sign in"),
                              cut_short(Ending::close), cut_short(Ending::reset), Reply{""}}) {
-    const LoopbackServer server(0, tokenizer_as(reply));
-    const LoopbackServer hub(0, serving(hub_files), VELUN_HUB_CERTIFICATE);
-    use_mirror(server.port());
-    use_hub(hub.port());
+    at_mirror = tokenizer_as(reply);
     EXPECT_EQ(fetch(), success(fresh_fetch)) << reply.bytes;
-    EXPECT_EQ(server.paths(), mirror_paths);
-    EXPECT_EQ(hub.paths(), Words{on_hub("tokenizer/tokenizer.json")});
     expect_bundle_of(mirror_files);
     fs::remove_all(bundle());
+    asked.insert(asked.end(), mirror_paths.begin(), mirror_paths.end());
+    EXPECT_EQ(mirror_server.paths(), asked) << reply.bytes;
   }
+  EXPECT_EQ(hub.paths(), Words(5, on_hub("tokenizer/tokenizer.json")));
 }
 
 TEST_F(Download, removes_the_part_before_it_asks_the_hub) {
   put("tokenizer.json.part", "old");
   std::atomic<int> parts_at_hub = 0;
-  const LoopbackServer hub(
-      0,
-      [&](const std::string& request) {
-        parts_at_hub += fs::exists(bundle() / "tokenizer.json.part");
-        return serving(hub_files)(request);
-      },
-      VELUN_HUB_CERTIFICATE);
-  use_hub(hub.port());
+  at_hub = [&](const std::string& request) {
+    parts_at_hub += fs::exists(bundle() / "tokenizer.json.part");
+    return serving(hub_files)(request);
+  };
   EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(parts_at_hub, 0);
 }
@@ -89,24 +83,19 @@ TEST_F(Download, removes_the_part_before_it_asks_the_hub) {
 class Hub : public Fetching {};
 
 TEST_F(Hub, that_refuses_a_file_is_explained_ends_the_fetch_and_leaves_the_files_before) {
-  const LoopbackServer server(0, serving({{tokenizer_path, tokenizer_body}}));
-  const LoopbackServer hub(
-      0, [](const std::string&) { return answer(403, "sign in"); }, VELUN_HUB_CERTIFICATE);
-  use_mirror(server.port());
-  use_hub(hub.port());
+  at_mirror = serving({{tokenizer_path, tokenizer_body}});
+  at_hub = [](const std::string&) { return answer(403, "sign in"); };
   EXPECT_EQ(fetch(),
             ended(1, failed_fetch + "  calibration.json (~0 MB)\n",
                   access_message("calibration.json") + "download failed: calibration.json\n"));
-  EXPECT_EQ(server.paths(), (Words{tokenizer_path, calibration_path}));
+  EXPECT_EQ(mirror_server.paths(), (Words{tokenizer_path, calibration_path}));
   EXPECT_EQ(hub.paths(), Words{on_hub("calibration.json")});
   EXPECT_EQ(names_in(bundle()), Words{"tokenizer.json"});
 }
 
-TEST_F(Hub, is_not_trusted_with_a_certificate_that_nobody_vouches_for) {
-  const LoopbackServer hub(0, serving(hub_files), VELUN_HUB_CERTIFICATE);
-  write_file(sandbox.home() / ".curlrc", "silent\nconnect-to = \"" + std::string(hub_host) +
-                                             ":443:127.0.0.1:" + std::to_string(hub.port()) +
-                                             "\"\n");
+TEST_F(Hub, is_not_trusted_with_an_unknown_certificate) {
+  at_hub = serving(hub_files);
+  write_file(sandbox.home() / ".curlrc", "silent\n" + connect_to_hub());
   EXPECT_EQ(fetch(), refused());
   EXPECT_EQ(hub.requests().size(), 0U);
 }
@@ -114,8 +103,7 @@ TEST_F(Hub, is_not_trusted_with_a_certificate_that_nobody_vouches_for) {
 class FetchFault : public Fetching {};
 
 TEST_F(FetchFault, a_full_disk_is_a_failure_that_leaves_nothing) {
-  const LoopbackServer server(0, serving({{tokenizer_path, std::string(300'000, 't')}}));
-  use_mirror(server.port());
+  at_mirror = serving({{tokenizer_path, std::string(300'000, 't')}});
   use_token("hf_secret");
   sandbox.set_counters_aside();
   RunOptions options;
@@ -124,15 +112,13 @@ TEST_F(FetchFault, a_full_disk_is_a_failure_that_leaves_nothing) {
     setrlimit(RLIMIT_FSIZE, &limit);
   };
   EXPECT_EQ(fetch(options), refused_with_token);
-  EXPECT_EQ(server.paths(), Words{tokenizer_path});
+  EXPECT_EQ(mirror_server.paths(), Words{tokenizer_path});
   expect_nothing_left();
 }
 
 TEST_F(FetchFault, a_directory_at_the_part_name_fails_the_download_and_stays) {
-  const LoopbackServer server(0, serving(mirror_files));
-  const LoopbackServer hub(0, serving(hub_files), VELUN_HUB_CERTIFICATE);
-  use_mirror(server.port());
-  use_hub(hub.port());
+  at_mirror = serving(mirror_files);
+  at_hub = serving(hub_files);
   put("tokenizer.json.part/inside", "mine");
   EXPECT_EQ(fetch(), refused());
   EXPECT_EQ(names_in(bundle()), Words{"tokenizer.json.part"});
@@ -155,16 +141,14 @@ TEST_F(FetchWithFaults, a_wait_that_fails_counts_as_a_finished_download) {
 
 class AlreadyHere : public Fetching {
  protected:
-  AlreadyHere() { use_mirror(server.port()); }
+  AlreadyHere() { at_mirror = serving(mirror_files); }
 
   void expect_calibration_left_alone() {
     RunOptions options;
     options.as_nobody = true;
     EXPECT_EQ(fetch(options), success(fetch_that_finds({"calibration.json"})));
-    EXPECT_EQ(server.paths(), (Words{tokenizer_path, graph_path}));
+    EXPECT_EQ(mirror_server.paths(), (Words{tokenizer_path, graph_path}));
   }
-
-  LoopbackServer server{0, serving(mirror_files)};
 };
 
 TEST_F(AlreadyHere, is_a_file_of_another_size_than_expected_that_may_not_be_read) {
@@ -203,7 +187,7 @@ TEST_F(AlreadyHere, is_no_link_to_an_empty_file_or_to_nothing_and_the_download_r
 }
 
 TEST_F(AlreadyHere, is_no_empty_file_or_dangling_link_which_stays_if_the_download_fails) {
-  use_mirror(closed.number());
+  at_mirror = serving({});
   put("tokenizer.json", "");
   EXPECT_EQ(fetch(), refused());
   EXPECT_EQ(read_file(bundle() / "tokenizer.json"), "");

@@ -1,5 +1,5 @@
-// A home in which a fetch reaches nothing but loopback: the mirror and the hub are closed ports
-// until a test names servers of its own, and curl keeps quiet, so that standard error is velun's.
+// A home in which a fetch reaches only two servers on loopback, the mirror and the hub, and in
+// which curl prints nothing, so standard error is velun's.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -101,8 +101,8 @@ class Fetching : public ::testing::Test {
  protected:
   Fetching() {
     sandbox.configure();
-    use_mirror(closed.number());
-    use_hub(closed.number());
+    sandbox.environment["VELUN_MODEL_MIRROR"] = mirror;
+    configure_curl("silent\n");
   }
 
   std::filesystem::path bundle() const { return sandbox.models_dir() / "velun-pii-m-v1.3"; }
@@ -110,19 +110,18 @@ class Fetching : public ::testing::Test {
   /// How curl is told to read it.
   std::string header_word() const { return std::string("@").append(header_file().string()); }
 
-  void use_mirror(int port) {
-    mirror = "http://127.0.0.1:" + std::to_string(port);
-    sandbox.environment["VELUN_MODEL_MIRROR"] = mirror;
+  /// Sends curl to the test's hub; the maker's own mirror is never reachable. Curl names itself
+  /// alike in every release.
+  void configure_curl(const std::string& more) {
+    write_file(sandbox.home() / ".curlrc",
+               "user-agent = \"curl\"\ncacert = \"" VELUN_HUB_CERTIFICATE "\"\n" +
+                   connect_to_hub() + "connect-to = \"" + authority_of(mirror_base_url) +
+                   ":443:127.0.0.1:" + std::to_string(closed.number()) + "\"\n" + more);
   }
 
-  /// Sends curl to this port of 127.0.0.1 for the hub; the maker's own mirror is never reachable.
-  /// Curl names itself alike in every release.
-  void use_hub(int port, const std::string& more = "silent\n") {
-    write_file(sandbox.home() / ".curlrc",
-               "user-agent = \"curl\"\ncacert = \"" VELUN_HUB_CERTIFICATE "\"\nconnect-to = \"" +
-                   std::string(hub_host) + ":443:127.0.0.1:" + std::to_string(port) +
-                   "\"\nconnect-to = \"" + authority_of(mirror_base_url) +
-                   ":443:127.0.0.1:" + std::to_string(closed.number()) + "\"\n" + more);
+  std::string connect_to_hub() const {
+    return "connect-to = \"" + std::string(hub_host) +
+           ":443:127.0.0.1:" + std::to_string(hub.port()) + "\"\n";
   }
 
   /// Makes curl a program that does these steps.
@@ -180,7 +179,14 @@ class Fetching : public ::testing::Test {
 
   Sandbox sandbox;
   ReservedPort closed;
-  std::string mirror;
+  /// The answers of the two servers; a test changes them before a fetch.
+  LoopbackServer::Handler at_mirror = serving({});
+  LoopbackServer::Handler at_hub = serving({});
+  LoopbackServer mirror_server{0,
+                               [this](const std::string& request) { return at_mirror(request); }};
+  LoopbackServer hub{0, [this](const std::string& request) { return at_hub(request); },
+                     VELUN_HUB_CERTIFICATE};
+  const std::string mirror = "http://127.0.0.1:" + std::to_string(mirror_server.port());
 };
 
 }  // namespace velun::test

@@ -1,4 +1,4 @@
-// A fetch that is cut off at any moment leaves nothing that the next one cannot make good.
+// After a fetch that a signal ended, the next one completes the bundle.
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -23,7 +23,7 @@ pid_t child_of(pid_t parent) {
   return file ? child : 0;
 }
 
-// The first half of an answer, after which the server falls silent.
+// The first half of an answer; then the server sends nothing more.
 Reply half_of(const std::string& body) {
   Reply reply = answer(200, body);
   reply.bytes.resize(reply.bytes.size() - body.size() / 2);
@@ -33,8 +33,7 @@ Reply half_of(const std::string& body) {
 
 class Interruption : public Fetching, public ::testing::WithParamInterface<int> {
  protected:
-  // Starts a fetch with the signal's default action; its curl ignores SIGTERM and ends all the
-  // same.
+  // Starts a fetch with the signal's default action. Its curl ignores SIGTERM and must still end.
   pid_t start() {
     RunOptions options;
     options.in_child = [] {
@@ -44,7 +43,7 @@ class Interruption : public Fetching, public ::testing::WithParamInterface<int> 
     return sandbox.start_velun({"model", "fetch"}, options);
   }
 
-  // Ends velun by the signal; its curl must follow.
+  // Ends velun by the signal, which must also end its curl.
   void interrupt(pid_t velun) {
     const pid_t curl = child_of(velun);
     EXPECT_GT(curl, 0);
@@ -54,7 +53,7 @@ class Interruption : public Fetching, public ::testing::WithParamInterface<int> 
     EXPECT_TRUE(eventually([&] { return !is_running(curl); })) << "curl is still there";
   }
 
-  bool is_on_its_way(const std::string& name) const {
+  bool has_begun(const std::string& name) const {
     std::error_code missing;
     const auto size = fs::file_size(bundle() / (name + ".part"), missing);
     return !missing && size > 0;
@@ -62,8 +61,7 @@ class Interruption : public Fetching, public ::testing::WithParamInterface<int> 
 
   // Runs the fetch again, with a mirror that works.
   void expect_second_run_finds(const Words& names) {
-    const LoopbackServer server(0, serving(large));
-    use_mirror(server.port());
+    at_mirror = serving(large);
     EXPECT_EQ(fetch(), success(fetch_that_finds(names)));
     expect_bundle_of(large);
     EXPECT_EQ(names_in(sandbox.state_dir()), Words{"models"});
@@ -80,12 +78,11 @@ INSTANTIATE_TEST_SUITE_P(By, Interruption,
                          [](const auto& signal) { return sigabbrev_np(signal.param); });
 
 TEST_P(Interruption, during_the_last_answer_keeps_the_files_before_and_a_part) {
-  const LoopbackServer server(0, [&](const std::string& request) {
+  at_mirror = [&](const std::string& request) {
     return path_of(request) == graph_path ? half_of(large.at(graph_path)) : serving(large)(request);
-  });
-  use_mirror(server.port());
+  };
   const pid_t velun = start();
-  ASSERT_TRUE(eventually([&] { return is_on_its_way("model.fp32.onnx"); }));
+  ASSERT_TRUE(eventually([&] { return has_begun("model.fp32.onnx"); }));
   interrupt(velun);
   EXPECT_EQ(names_in(bundle()),
             (Words{"calibration.json", "model.fp32.onnx.part", "tokenizer.json"}));
@@ -93,13 +90,10 @@ TEST_P(Interruption, during_the_last_answer_keeps_the_files_before_and_a_part) {
 }
 
 TEST_P(Interruption, during_the_hubs_answer_leaves_only_a_part_and_no_readable_token) {
-  const LoopbackServer hub(
-      0, [&](const std::string&) { return half_of(large.at(tokenizer_path)); },
-      VELUN_HUB_CERTIFICATE);
-  use_hub(hub.port());
+  at_hub = [&](const std::string&) { return half_of(large.at(tokenizer_path)); };
   use_token("hf_secret");
   const pid_t velun = start();
-  ASSERT_TRUE(eventually([&] { return is_on_its_way("tokenizer.json"); }));
+  ASSERT_TRUE(eventually([&] { return has_begun("tokenizer.json"); }));
   interrupt(velun);
   EXPECT_EQ(names_in(bundle()), Words{"tokenizer.json.part"});
   EXPECT_TRUE(!fs::exists(header_file()) || mode_of(header_file()) == 0600);

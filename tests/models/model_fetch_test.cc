@@ -1,4 +1,4 @@
-// The command around the downloads: its arguments, its directory, its own two files.
+// `velun model fetch` around the downloads: its arguments, its directory and its own two files.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -16,16 +16,14 @@ const std::string no_compact = "Velun 1.3 ships full size only; fetching that.\n
 
 class ModelFetch : public Fetching {
  protected:
-  ModelFetch() { use_mirror(server.port()); }
-
-  LoopbackServer server{0, serving(mirror_files)};
+  ModelFetch() { at_mirror = serving(mirror_files); }
 };
 
 TEST_F(ModelFetch, fills_an_empty_home_with_a_whole_bundle_and_leaves_the_config_file_alone) {
   sandbox.configure("# mine\nmode: protect\n");
   const std::string before = read_file(sandbox.config_file());
   EXPECT_EQ(fetch(), success(fresh_fetch));
-  EXPECT_EQ(server.paths(), mirror_paths);
+  EXPECT_EQ(mirror_server.paths(), mirror_paths);
   EXPECT_EQ(names_in(sandbox.state_dir()), Words{"models"});
   EXPECT_EQ(names_in(sandbox.models_dir()), Words{"velun-pii-m-v1.3"});
   expect_bundle_of(mirror_files);
@@ -56,7 +54,7 @@ TEST_F(ModelFetch, fills_a_relative_state_directory_below_the_current_one) {
 
 TEST_F(ModelFetch, of_the_compact_variant_says_that_there_is_none_and_takes_the_full_one) {
   EXPECT_EQ(seen(sandbox.velun({"model", "fetch", "compact"})), success(no_compact + fresh_fetch));
-  EXPECT_EQ(server.paths(), mirror_paths);
+  EXPECT_EQ(mirror_server.paths(), mirror_paths);
 }
 
 TEST_F(ModelFetch, of_any_other_word_prints_no_remark) {
@@ -73,7 +71,7 @@ TEST_F(ModelFetch, rewrites_labels_and_manifest_when_every_file_is_there) {
   put("labels.json", std::string(10000, 'x'));
   put("manifest.json", std::string(10000, 'x'));
   EXPECT_EQ(fetch(), success(second_fetch));
-  EXPECT_EQ(server.requests().size(), 0U);
+  EXPECT_EQ(mirror_server.requests().size(), 0U);
   EXPECT_EQ(read_file(bundle() / "labels.json"), nineteen_heads);
   EXPECT_EQ(read_file(bundle() / "manifest.json"), catalog_manifest);
 }
@@ -81,7 +79,7 @@ TEST_F(ModelFetch, rewrites_labels_and_manifest_when_every_file_is_there) {
 TEST_F(ModelFetch, that_fails_writes_neither_labels_nor_manifest) {
   put("labels.json", "old labels");
   put("manifest.json", "old manifest");
-  use_mirror(closed.number());
+  at_mirror = serving({});
   EXPECT_EQ(fetch(), refused());
   EXPECT_EQ(read_file(bundle() / "labels.json"), "old labels");
   EXPECT_EQ(read_file(bundle() / "manifest.json"), "old manifest");
@@ -103,7 +101,7 @@ TEST_F(ModelFetch, ends_through_the_termination_path_when_the_directory_cannot_b
   EXPECT_EQ(run.out, no_compact);
   EXPECT_NE(run.err.find(cannot("create directories")), std::string::npos) << run.err;
   EXPECT_EQ(read_file(sandbox.models_dir()), "a file");
-  EXPECT_EQ(server.requests().size(), 0U);
+  EXPECT_EQ(mirror_server.requests().size(), 0U);
 }
 
 }  // namespace

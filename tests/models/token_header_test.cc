@@ -18,7 +18,7 @@ namespace {
 class HubToken : public Fetching {
  protected:
   HubToken() {
-    use_hub(hub.port());
+    at_hub = watching(hub_files);
     use_token(token);
   }
 
@@ -61,7 +61,6 @@ class HubToken : public Fetching {
 
   std::string token = "hf_secret";
   Words sights;
-  LoopbackServer hub{0, watching(hub_files), VELUN_HUB_CERTIFICATE};
 };
 
 TEST_F(HubToken, goes_to_the_hub_in_an_owner_only_file_that_curl_reads) {
@@ -72,24 +71,19 @@ TEST_F(HubToken, goes_to_the_hub_in_an_owner_only_file_that_curl_reads) {
 }
 
 TEST_F(HubToken, is_not_written_down_while_the_mirror_is_asked_nor_sent_there) {
-  const LoopbackServer server(0, watching({{tokenizer_path, tokenizer_body}}));
-  use_mirror(server.port());
+  at_mirror = watching({{tokenizer_path, tokenizer_body}});
   EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(sights, (Words{"no file", "no file", private_header(), "no file", private_header()}));
-  EXPECT_EQ(server.requests(), requests_for(mirror_paths, host_of(server)));
+  EXPECT_EQ(mirror_server.requests(), requests_for(mirror_paths, host_of(mirror_server)));
 }
 
 TEST_F(HubToken, does_not_follow_a_redirect_to_another_host) {
   const LoopbackServer store(0, serving({{"/blob", "[]"}}));
-  const LoopbackServer sending_on(
-      0,
-      [&](const std::string&) {
-        return answer(302, "", "Location: http://" + host_of(store) + "/blob\r\n");
-      },
-      VELUN_HUB_CERTIFICATE);
-  use_hub(sending_on.port());
+  at_hub = [&](const std::string&) {
+    return answer(302, "", "Location: http://" + host_of(store) + "/blob\r\n");
+  };
   EXPECT_EQ(fetch(), success(fresh_fetch));
-  EXPECT_EQ(sending_on.requests(), requests_with_token());
+  EXPECT_EQ(hub.requests(), requests_with_token());
   EXPECT_EQ(store.requests(), requests_for(Words(3, "/blob"), host_of(store)));
 }
 
@@ -106,8 +100,7 @@ TEST_F(HubTokenWithFaults, needs_no_permission_call_to_be_private_under_a_mask_t
 
 TEST_F(HubToken, that_a_killed_run_left_goes_when_the_next_fetch_begins) {
   sandbox.environment.erase("VELUN_HF_TOKEN");
-  const LoopbackServer server(0, watching(mirror_files));
-  use_mirror(server.port());
+  at_mirror = watching(mirror_files);
   for (const std::string& out : {fresh_fetch, second_fetch}) {
     write_file(header_file(), "Authorization: Bearer hf_older\n");
     EXPECT_EQ(fetch(), success(out));
@@ -119,20 +112,15 @@ TEST_F(HubToken, that_a_killed_run_left_goes_when_the_next_fetch_begins) {
 // Without a header file some releases of curl send no request; others send one without the field,
 // which this hub refuses. Their messages differ.
 TEST_F(HubToken, goes_nowhere_when_a_directory_takes_the_files_place) {
-  const LoopbackServer gated(
-      0,
-      [this](const std::string& request) {
-        return request.find(token) == std::string::npos ? answer(401, "")
-                                                        : serving(hub_files)(request);
-      },
-      VELUN_HUB_CERTIFICATE);
-  use_hub(gated.port());
+  at_hub = [this](const std::string& request) {
+    return request.find(token) == std::string::npos ? answer(401, "") : serving(hub_files)(request);
+  };
   write_file(header_file() / "inside", "kept");
   const Outcome run = sandbox.velun({"model", "fetch"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.out, failed_fetch);
   EXPECT_TRUE(run.err.ends_with("download failed: tokenizer/tokenizer.json\n")) << run.err;
-  for (const std::string& request : gated.requests()) {
+  for (const std::string& request : hub.requests()) {
     EXPECT_EQ(request.find(token), std::string::npos) << request;
   }
   EXPECT_EQ(names_in(header_file()), Words{"inside"});
