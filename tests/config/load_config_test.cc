@@ -57,7 +57,7 @@ TEST_F(LoadConfig, a_file_without_permission_is_no_configuration) {
   expect_missing(sandbox.velun({"config"}, options), sandbox.config_file());
 }
 
-TEST_F(LoadConfigWithFaults, a_file_whose_reading_fails_half_way_is_no_configuration) {
+TEST_F(LoadConfigWithFaults, a_file_that_cannot_be_read_to_its_end_is_no_configuration) {
   // A regular file is read by one call, a pipe by several.
   const std::string pipe = sandbox.root() / "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
@@ -71,7 +71,7 @@ TEST_F(LoadConfigWithFaults, a_file_whose_reading_fails_half_way_is_no_configura
   close(writer);
 }
 
-TEST_F(LoadConfigWithFaults, a_file_that_has_become_longer_since_it_was_opened_is_read_whole) {
+TEST_F(LoadConfigWithFaults, a_file_that_grows_after_it_was_opened_is_read_whole) {
   sandbox.configure();
   const std::string path = sandbox.config_file();
   write_file(path, "mode: off\n");

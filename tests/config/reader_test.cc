@@ -15,7 +15,7 @@ TEST(ReaderLines, a_last_line_without_a_newline_is_a_line) {
                    {"a: 1\nb", "1 a = <1>\n! line 2: expected `key: value`\n"}});
 }
 
-TEST(ReaderLines, lines_of_blanks_and_comments_are_skipped_silently_and_count) {
+TEST(ReaderLines, blank_lines_and_comments_are_skipped_and_counted) {
   expect_readings({{"# one\n\n  \t\n\t# four\na: 1\n", "5 a = <1>\n"}});
 }
 
@@ -59,7 +59,7 @@ TEST(ReaderLines, the_first_of_equal_keys_wins_and_each_later_one_is_a_problem) 
                     "! line 4: duplicate key `mode`\n"}});
 }
 
-TEST(ReaderLines, a_line_with_a_problem_leaves_nothing_that_a_later_one_could_duplicate) {
+TEST(ReaderLines, a_key_on_a_line_with_a_problem_may_appear_again) {
   expect_readings({{"  a: 1\na: [x\na: 3\n",
                     "3 a = <3>\n"
                     "! line 1: indentation is not part of this file's format (flat keys only)\n"
@@ -71,7 +71,7 @@ TEST(ReaderLines, an_empty_value_still_makes_its_key_a_duplicate) {
                    {"a: []\na: 1\n", "1 a = []\n! line 2: duplicate key `a`\n"}});
 }
 
-TEST(ReaderLines, each_line_gives_one_problem_and_the_tests_run_in_a_fixed_order) {
+TEST(ReaderLines, a_line_gives_one_problem_at_most) {
   const char* indentation =
       "! line 1: indentation is not part of this file's format (flat keys only)\n";
   expect_readings({{"  no colon\n", indentation},
@@ -124,7 +124,7 @@ TEST(ReaderLines, problems_are_appended_to_those_that_are_there) {
   EXPECT_EQ(problems, (Problems{"earlier", "line 1: expected `key: value`"}));
 }
 
-TEST(ReaderComments, a_bare_value_ends_before_the_sign_with_or_without_a_blank) {
+TEST(ReaderComments, a_bare_value_ends_at_a_number_sign_with_or_without_a_blank) {
   expect_readings({{"a: b # c\n", "1 a = <b>\n"},
                    {"a: b# c\n", "1 a = <b>\n"},
                    {"a: /models/b#c/d\n", "1 a = </models/b>\n"},
@@ -133,24 +133,24 @@ TEST(ReaderComments, a_bare_value_ends_before_the_sign_with_or_without_a_blank) 
                    {"#a: b\n", ""}});
 }
 
-TEST(ReaderComments, quotes_of_either_kind_keep_the_sign) {
+TEST(ReaderComments, quotes_of_either_kind_keep_a_number_sign) {
   expect_readings({{"a: \"/m/b#c\" # d\n", "1 a = </m/b#c>\n"},
                    {"a: '/m/b#c' # d\n", "1 a = </m/b#c>\n"},
                    {"a: [\"#\", '#'] # d\n", "1 a = [<#><#>]\n"}});
 }
 
-TEST(ReaderComments, a_backslash_in_double_quotes_steps_over_the_next_character) {
+TEST(ReaderComments, a_backslash_in_double_quotes_escapes_the_next_character) {
   expect_readings({{R"(a: "b \" # c" # d)", "1 a = <b \" # c>\n"},
                    {R"(a: "b\\" # c)", "1 a = <b\\>\n"},
                    {R"(a: "b\\\" # c" # d)", "1 a = <b\\\" # c>\n"},
                    {R"(a: "b\)", "1 a = <\"b\\>\n"}});
 }
 
-TEST(ReaderComments, a_backslash_in_single_quotes_steps_over_nothing) {
+TEST(ReaderComments, a_backslash_in_single_quotes_escapes_nothing) {
   expect_readings({{R"(a: 'b \' # c')", "1 a = <b \\>\n"}});
 }
 
-TEST(ReaderComments, a_backslash_outside_quotes_steps_over_nothing) {
+TEST(ReaderComments, a_backslash_outside_quotes_escapes_nothing) {
   expect_readings({{R"(a: \# b)", "1 a = <\\>\n"},
                    {R"(a: \" # b)", "1 a = <\\\" # b>\n"},
                    {R"(a: \' # b)", "1 a = <\\' # b>\n"}});
@@ -161,13 +161,13 @@ TEST(ReaderComments, a_quote_inside_quotes_of_the_other_kind_is_an_ordinary_char
       {{"a: \"it's\" # c\n", "1 a = <it's>\n"}, {"a: 'say \"x' # c\n", "1 a = <say \"x>\n"}});
 }
 
-TEST(ReaderComments, a_lone_quote_hides_the_sign) {
+TEST(ReaderComments, a_lone_quote_hides_a_number_sign) {
   expect_readings({{"a: it's # c\n", "1 a = <it's # c>\n"},
                    {"a: 5\" # c\n", "1 a = <5\" # c>\n"},
                    {"a: it's Ada's # c\n", "1 a = <it's Ada's>\n"}});
 }
 
-TEST(ReaderComments, the_scan_runs_over_the_key_as_well) {
+TEST(ReaderComments, quotes_and_number_signs_in_a_key_count_too) {
   expect_readings({{"it's: b # c\n", "1 it's = <b # c>\n"},
                    {"a\"b: c # d\n", "1 a\"b = <c # d>\n"},
                    {"\"a # b\": c\n", "1 \"a # b\" = <c>\n"},

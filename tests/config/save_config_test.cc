@@ -25,7 +25,7 @@ class SaveConfig : public SetupDialogue {
   const fs::path directory = sandbox.config_file().parent_path();
 };
 
-TEST_F(SaveConfig, leaves_nothing_of_a_longer_file_behind_and_nothing_beside_it) {
+TEST_F(SaveConfig, replaces_a_longer_file_whole_and_creates_no_other) {
   sandbox.configure("# " + std::string(5000, 'c') + "\n\n\n");
   EXPECT_EQ(seen(sandbox.velun({"mode", "off"})), success(sandbox.wrote()));
   EXPECT_EQ(file(), sandbox.rendering("off"));
@@ -146,7 +146,7 @@ TEST_F(SaveConfig, that_is_killed_half_way_leaves_an_empty_file_which_loads_as_t
             success("file: " + target + "\n\n" + written("watch")));
 }
 
-TEST_F(SaveConfig, a_directory_that_cannot_be_created_ends_the_process_after_its_messages) {
+TEST_F(SaveConfig, a_directory_that_cannot_be_created_aborts_after_the_earlier_messages) {
   write_file(sandbox.root() / "file", "keep");
   for (const char* path : {"file/velun.yaml", "file/below/velun.yaml"}) {
     sandbox.environment["VELUN_CLI_CONFIG"] = path;

@@ -73,7 +73,7 @@ TEST(Validator, an_endpoint_is_empty_or_begins_with_http) {
   }
 }
 
-TEST(Validator, directories_are_stored_without_a_look_at_them) {
+TEST(Validator, directories_are_stored_unchecked) {
   EXPECT_EQ(judgement_of("model_dir:\nstate_dir:\n"), "");
   for (const std::string value : {"no/such", "~/x", "\xff\xfe", "none", "http://x", "-"}) {
     EXPECT_EQ(judgement_of("model_dir: " + value + "\nstate_dir: " + value + "\n"),
@@ -149,7 +149,7 @@ TEST(Validator, a_key_that_takes_a_scalar_takes_no_list_and_keeps_its_default) {
   }
 }
 
-TEST(Validator, an_unknown_key_stores_nothing_whatever_its_value) {
+TEST(Validator, an_unknown_key_stores_nothing) {
   EXPECT_EQ(judgement_of("zzqxw: [a]\nMODE: off\n\"mode\": off\nmode off: x\n"),
             "! line 3: unknown key `\"mode\"` — did you mean `mode`?\n"
             "! line 2: unknown key `MODE`\n"
@@ -157,7 +157,7 @@ TEST(Validator, an_unknown_key_stores_nothing_whatever_its_value) {
             "! line 1: unknown key `zzqxw`\n");
 }
 
-TEST(Validator, problems_come_in_byte_order_of_the_keys_and_good_keys_apply_all_the_same) {
+TEST(Validator, problems_come_in_byte_order_of_the_keys_and_valid_keys_still_apply) {
   EXPECT_EQ(
       judgement_of("zzqxw: 1\nstate_dir: []\nopenai_port: 0\nnames: 2\nmodel_dir: /m\nmode: x\n"
                    "logging: y\nintercept_port: 9104\nintercept_apps: x\nendpoint_url: http\n"

@@ -43,7 +43,7 @@ TEST(Rendering, of_a_full_record_has_a_line_for_every_key_in_a_fixed_order) {
       << "a key is not written";
 }
 
-// The rendering of a record that differs from the defaults in what `change` does.
+// The rendering of the defaults after `change`.
 std::string rendering_with(const std::function<void(Config&)>& change) {
   Config config;
   change(config);
@@ -107,7 +107,7 @@ TEST(QuoteValue, quotes_text_that_would_be_read_as_something_else) {
       {"a:", R"("a:")"},
       {"\\", R"("\\")"},
       {"http://127.0.0.1:8080", R"("http://127.0.0.1:8080")"},
-      // four characters have escapes and no other
+      // only four characters have escapes
       {"\\\"\n\t", R"("\\\"\n\t")"},
       {"\\n", R"("\\n")"},
       {":'[]\r\v\x01\xff", "\":'[]\r\v\x01\xff\""},
@@ -136,7 +136,7 @@ TEST(RoundTripLoss, of_a_carriage_return_at_the_end_of_a_bare_value_with_the_bla
 
 // A comma splits, and an empty item is dropped. An apostrophe in a bare item can hide a quote
 // behind it or let a "#" begin a comment, but often does no harm.
-TEST(RoundTripLoss, of_items_with_commas_of_empty_ones_and_by_apostrophes) {
+TEST(RoundTripLoss, of_items_that_are_empty_or_hold_a_comma_or_an_apostrophe) {
   const std::pair<std::vector<std::string>, std::string> rows[] = {
       {{"a,b", "c, d", ","},
        R"(intercept_apps="a|b"|"c|d"|"|")"

@@ -19,7 +19,7 @@ ModelCard card_with_window(int window) {
   return card;
 }
 
-TEST(Labels, change_form_between_the_windows_1023_and_1024) {
+TEST(Labels, have_all_heads_from_a_window_of_1024_on) {
   for (const int window : {std::numeric_limits<int>::min(), -1024, 0, 1023}) {
     EXPECT_EQ(labels_json(card_with_window(window)), four_heads) << window;
   }
@@ -28,7 +28,7 @@ TEST(Labels, change_form_between_the_windows_1023_and_1024) {
   }
 }
 
-TEST(Manifest, takes_every_value_from_the_card_as_it_stands_and_leaves_out_an_empty_segment) {
+TEST(Manifest, has_the_values_of_the_card_unescaped_and_no_empty_segment) {
   ModelCard card;
   EXPECT_EQ(manifest_json(card), "{\"model\":\"\",\"window\":0}\n");
   card.display_name = "a \"b\" \\c";
@@ -38,7 +38,7 @@ TEST(Manifest, takes_every_value_from_the_card_as_it_stands_and_leaves_out_an_em
             "{\"model\":\"a \"b\" \\c\",\"window\":-7,\"segment\":\"x\"\ty\"}\n");
 }
 
-TEST(OwnFiles, that_cannot_be_written_do_not_keep_the_others_from_being) {
+TEST(OwnFiles, are_written_even_if_one_of_them_cannot_be) {
   const Sandbox sandbox;
   fs::create_directories(sandbox.root() / "labels.json");
   write_own_files(model_catalog(), sandbox.root());
@@ -62,7 +62,7 @@ class Completeness : public ::testing::Test {
   fs::path bundle = sandbox.root() / "bundle";
 };
 
-TEST_F(Completeness, takes_one_graph_the_tokenizer_and_the_labels) {
+TEST_F(Completeness, needs_one_graph_the_tokenizer_and_the_labels) {
   EXPECT_TRUE(bundle_complete(with({"model.fp32.onnx", "tokenizer.json", "labels.json"})));
   EXPECT_TRUE(bundle_complete(with({"model.int8.onnx", "tokenizer.json", "labels.json"})));
 }
@@ -85,14 +85,14 @@ TEST_F(Completeness, fails_without_a_directory) {
   EXPECT_FALSE(bundle_complete(sandbox.root() / std::string(300, 'x')));
 }
 
-TEST_F(Completeness, of_an_empty_path_is_that_of_the_current_directory) {
+TEST_F(Completeness, of_an_empty_path_concerns_the_current_directory) {
   const fs::path before = fs::current_path();
   fs::current_path(with({"model.fp32.onnx", "tokenizer.json", "labels.json"}));
   EXPECT_TRUE(bundle_complete(""));
   fs::current_path(before);
 }
 
-TEST_F(Completeness, counts_directories_and_links_that_lead_somewhere) {
+TEST_F(Completeness, counts_directories_and_links_but_no_dangling_link) {
   fs::create_directory(with({"model.int8.onnx"}) / "labels.json");
   fs::create_symlink("nowhere", bundle / "tokenizer.json");
   EXPECT_FALSE(bundle_complete(bundle));
@@ -134,7 +134,7 @@ TEST_F(Tokenizer, may_be_any_json_value) {
   }
 }
 
-TEST_F(Tokenizer, must_be_json_without_any_leniency) {
+TEST_F(Tokenizer, must_be_strict_json) {
   for (const char* text : {"", " ", "nul", "{", "[1,]", "{a:1}", "[1] x", "{}{}", "// c\n{}", "NaN",
                            "1e999", "01", "\"a\nb\"", "\"\\ud800\"", "\"\xff\"", "\xef\xbb\xbf"}) {
     EXPECT_FALSE(parses(text)) << text;

@@ -20,7 +20,7 @@ std::vector<File> files_of(const ModelCard& card, const std::string& variant) {
   return files;
 }
 
-// A download of three files whose last one, the graph, is this.
+// The three files of a download that ends with this graph.
 std::vector<File> download_with(const File& graph) {
   return {{"tokenizer/tokenizer.json", "tokenizer.json", 34400000},
           {"calibration.json", "calibration.json", 400},
@@ -44,7 +44,7 @@ TEST(BundleFiles, end_with_the_compact_graph_only_if_it_is_asked_for_and_exists)
   }
 }
 
-TEST(MirrorUrl, starts_with_the_makers_mirror_if_the_environment_names_none_or_an_empty_one) {
+TEST(MirrorUrl, begins_with_the_makers_mirror_if_the_variable_is_unset_or_empty) {
   for (const char* none : {static_cast<const char*>(nullptr), ""}) {
     const EnvironmentVariable mirror("VELUN_MODEL_MIRROR", none);
     EXPECT_EQ(mirror_url(model_catalog(), calibration),
@@ -52,7 +52,7 @@ TEST(MirrorUrl, starts_with_the_makers_mirror_if_the_environment_names_none_or_a
   }
 }
 
-TEST(MirrorUrl, loses_every_slash_at_the_end_of_the_base_and_nothing_else) {
+TEST(MirrorUrl, drops_only_the_slashes_at_the_end_of_the_base) {
   const std::pair<std::string, std::string> cases[] = {
       {"http://127.0.0.1:9", "http://127.0.0.1:9"},
       {"http://127.0.0.1:9/", "http://127.0.0.1:9"},
@@ -81,7 +81,7 @@ TEST(Urls, take_their_parts_from_the_card_and_the_file) {
   EXPECT_EQ(mirror_url(card, file), "http://127.0.0.1:9/some-id/a/b.bin");
 }
 
-TEST(OutsideLocations, are_https_urls_that_end_as_the_paths_behind_them_need) {
+TEST(OutsideLocations, are_https_urls_with_the_expected_ends) {
   const std::string mirror = mirror_base_url;
   EXPECT_TRUE(mirror.starts_with("https://") && mirror.ends_with("/apps/connector/models"))
       << mirror;

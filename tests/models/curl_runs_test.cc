@@ -1,4 +1,4 @@
-// How curl is called, and what follows from each way in which it can end.
+// How velun runs curl, and how velun ends after each end of curl.
 
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -75,7 +75,7 @@ TEST_F(CurlRuns, have_nine_words_for_the_hub_without_a_token_or_with_an_empty_on
             (std::vector<Words>{mirror_run(), hub_run(), mirror_run(), hub_run()}));
 }
 
-TEST_F(CurlRuns, pass_on_bytes_of_paths_and_urls_as_they_are) {
+TEST_F(CurlRuns, receive_paths_and_urls_byte_for_byte) {
   sandbox.configure("state_dir: \"" + sandbox.root().string() + "/a b'c\xff $x\"\n");
   sandbox.environment["VELUN_MODEL_MIRROR"] = "http://127.0.0.1:1/ \xfe$(x)*/";
   const ScriptedProgram curl = scripted("output []");
@@ -102,13 +102,13 @@ TEST_F(CurlRuns, for_both_sources_write_to_the_users_streams_after_the_line_of_t
                            "curl complains\ncurl complains\ncurl complains\n"));
 }
 
-// The job, so Ctrl-C reaches curl too, the streams, and no other open file of velun.
+// The session and the group, so Ctrl-C reaches curl too; the streams, and no other open file.
 auto surroundings(const RecordedRun& run) {
   return std::tuple(run.session, run.group, run.descriptors, run.directory, run.environment,
                     run.status.at("Umask"), run.status.at("SigBlk"), run.status.at("SigIgn"));
 }
 
-TEST_F(CurlRuns, find_themselves_where_velun_was_started) {
+TEST_F(CurlRuns, inherit_the_surroundings_of_velun) {
   const ScriptedProgram curl = scripted("exit 22");
   use_token("hf_secret");
   for (const auto pipe_action : {SIG_DFL, SIG_IGN}) {
@@ -134,7 +134,7 @@ TEST_F(CurlRuns, that_fail_or_are_killed_leave_neither_a_part_nor_a_header_file)
   }
 }
 
-TEST_F(CurlRuns, have_eleven_words_with_a_token_though_its_file_cannot_be_replaced_or_written) {
+TEST_F(CurlRuns, name_the_header_file_even_if_it_cannot_be_replaced) {
   const ScriptedProgram curl = scripted("exit 22");
   use_token("hf_secret");
   write_file(header_file(), "older content\n");
@@ -150,12 +150,12 @@ TEST_F(CurlRuns, have_eleven_words_with_a_token_though_its_file_cannot_be_replac
   EXPECT_EQ(fs::last_write_time(header_file()), long_ago);
 }
 
-TEST_F(CurlRuns, go_on_in_a_process_namespace_of_their_own) {
+TEST_F(CurlRuns, work_in_another_process_namespace) {
   const auto enter = [] {
     return unshare(CLONE_NEWPID) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWPID) == 0;
   };
   if (!succeeds_in_a_child(enter)) {
-    GTEST_SKIP() << "this system lets the test have no process namespace";
+    GTEST_SKIP() << "this system allows the test no process namespace";
   }
   sandbox.environment["ASAN_OPTIONS"] = "detect_leaks=0";  // its check cannot run there
   // A new namespace ends with its first process, so there can be one download only.
@@ -169,7 +169,7 @@ TEST_F(CurlRuns, go_on_in_a_process_namespace_of_their_own) {
 }
 
 TEST_F(CurlRuns, that_cannot_be_forked_count_as_failed) {
-  // The leak check of a sanitizer build would want a process of its own.
+  // The leak check of a sanitizer build needs a process of its own.
   sandbox.environment["ASAN_OPTIONS"] = "detect_leaks=0";
   RunOptions options;
   options.as_nobody = true;
@@ -183,7 +183,7 @@ TEST_F(CurlRuns, that_cannot_be_forked_count_as_failed) {
   EXPECT_EQ(curl.runs().size(), 0U);
 }
 
-TEST_F(CurlRuns, that_succeed_without_a_file_end_velun_through_the_failing_rename) {
+TEST_F(CurlRuns, that_succeed_without_a_file_abort_velun_at_the_rename) {
   for (const char* steps : {"exit 0", "fail-on 127.0.0.1\nexit 0"}) {
     const ScriptedProgram curl = scripted(steps);
     const Outcome run = sandbox.velun({"model", "fetch"});

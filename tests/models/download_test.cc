@@ -54,7 +54,7 @@ TEST_F(Download, gives_a_mirror_four_tries_in_all_before_the_hub) {
   EXPECT_EQ(hub.paths(), Words{on_hub("tokenizer/tokenizer.json")});
 }
 
-TEST_F(Download, takes_from_the_hub_just_the_file_that_the_mirror_does_not_deliver_whole) {
+TEST_F(Download, takes_a_file_from_the_hub_only_if_the_mirror_does_not_deliver_it_whole) {
   at_hub = serving(hub_files);
   Words asked;
   for (const Reply& reply : {answer(404, "not here"), answer(403, "sign in"),
@@ -82,7 +82,7 @@ TEST_F(Download, removes_the_part_before_it_asks_the_hub) {
 
 class Hub : public Fetching {};
 
-TEST_F(Hub, that_refuses_a_file_is_explained_ends_the_fetch_and_leaves_the_files_before) {
+TEST_F(Hub, refusal_is_explained_and_keeps_the_earlier_files) {
   at_mirror = serving({{tokenizer_path, tokenizer_body}});
   at_hub = [](const std::string&) { return answer(403, "sign in"); };
   EXPECT_EQ(fetch(),
@@ -102,7 +102,7 @@ TEST_F(Hub, is_not_trusted_with_an_unknown_certificate) {
 
 class FetchFault : public Fetching {};
 
-TEST_F(FetchFault, a_full_disk_is_a_failure_that_leaves_nothing) {
+TEST_F(FetchFault, a_full_disk_fails_the_fetch_and_leaves_nothing) {
   at_mirror = serving({{tokenizer_path, std::string(300'000, 't')}});
   use_token("hf_secret");
   sandbox.set_counters_aside();
@@ -164,7 +164,7 @@ TEST_F(AlreadyHere, is_a_directory_at_the_final_name) {
   expect_calibration_left_alone();
 }
 
-TEST_F(AlreadyHere, is_a_link_to_a_file_that_holds_something) {
+TEST_F(AlreadyHere, is_a_link_to_a_file_with_content) {
   write_file(sandbox.root() / "elsewhere", "mine");
   fs::create_directories(bundle());
   fs::create_symlink(sandbox.root() / "elsewhere", bundle() / "calibration.json");
@@ -186,7 +186,7 @@ TEST_F(AlreadyHere, is_no_link_to_an_empty_file_or_to_nothing_and_the_download_r
   EXPECT_FALSE(fs::exists(sandbox.root() / "nowhere"));
 }
 
-TEST_F(AlreadyHere, is_no_empty_file_or_dangling_link_which_stays_if_the_download_fails) {
+TEST_F(AlreadyHere, is_no_empty_file_or_dangling_link_and_both_survive_a_failed_download) {
   at_mirror = serving({});
   put("tokenizer.json", "");
   EXPECT_EQ(fetch(), refused());

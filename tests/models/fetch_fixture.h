@@ -19,7 +19,7 @@ namespace velun::test {
 
 using Words = std::vector<std::string>;
 
-/// What a server has: path of the request, body of the answer.
+/// The files of a server: the path of a request and the body of its answer.
 using Files = std::map<std::string, std::string>;
 
 /// Answers with the files, and with 404 to any other path.
@@ -93,7 +93,7 @@ inline const std::string failed_fetch =
     "fetching velun-pii-m-v1.3 (full)\n"
     "  tokenizer.json (~34 MB)\n";
 
-/// All that is seen of such a fetch when there was a token for the hub.
+/// The whole outcome of such a fetch with a token for the hub.
 inline const std::string refused_with_token =
     ended(1, failed_fetch, "download failed: tokenizer/tokenizer.json\n");
 
@@ -107,7 +107,7 @@ class Fetching : public ::testing::Test {
 
   std::filesystem::path bundle() const { return sandbox.models_dir() / "velun-pii-m-v1.3"; }
   std::filesystem::path header_file() const { return sandbox.state_dir() / ".hf-token.header"; }
-  /// How curl is told to read it.
+  /// The word that makes curl read it.
   std::string header_word() const { return std::string("@").append(header_file().string()); }
 
   /// Sends curl to the test's hub; the maker's own mirror is never reachable. Curl names itself
@@ -137,7 +137,7 @@ class Fetching : public ::testing::Test {
     write_file(bundle() / name, content);
   }
 
-  /// What standard error says of a refusing hub when there was no token.
+  /// The explanation on standard error if the hub refuses a file and there is no token.
   std::string access_message(const std::string& remote_path) const {
     return "\nVelun 1.3 on " + std::string(hub_host) +
            " is licence-gated. Either\n"
@@ -165,7 +165,7 @@ class Fetching : public ::testing::Test {
     EXPECT_EQ(names_in(sandbox.state_dir()), Words{"models"});
   }
 
-  /// All that is seen of a fetch whose first file fails without a token for the hub.
+  /// The whole outcome of a fetch whose first file fails, without a token for the hub.
   std::string refused() const {
     return ended(
         1, failed_fetch,

@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 namespace velun::test {
 namespace {
 
-// The child of a process by /proc; 0 if there is none.
+// The child of a process, from /proc; 0 if it has none.
 pid_t child_of(pid_t parent) {
   const std::string id = std::to_string(parent);
   std::ifstream file("/proc/" + id + "/task/" + id + "/children");

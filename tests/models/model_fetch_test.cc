@@ -32,7 +32,7 @@ TEST_F(ModelFetch, fills_an_empty_home_with_a_whole_bundle_and_leaves_the_config
   EXPECT_EQ(read_file(sandbox.config_file()), before);
 }
 
-TEST_F(ModelFetch, leaves_files_as_open_as_the_file_creation_mask_does) {
+TEST_F(ModelFetch, leaves_permissions_to_the_file_creation_mask) {
   for (const mode_t mask : {0U, 022U, 077U}) {
     RunOptions options;
     options.in_child = [mask] { umask(mask); };
@@ -85,7 +85,7 @@ TEST_F(ModelFetch, that_fails_writes_neither_labels_nor_manifest) {
   EXPECT_EQ(read_file(bundle() / "manifest.json"), "old manifest");
 }
 
-TEST_F(ModelFetch, goes_through_a_link_to_a_directory_and_leaves_the_files_of_the_user) {
+TEST_F(ModelFetch, fills_a_linked_directory_and_keeps_the_users_files) {
   write_file(sandbox.root() / "big disk/notes.txt", "mine");
   fs::create_directories(sandbox.models_dir());
   fs::create_directory_symlink(sandbox.root() / "big disk", bundle());
@@ -94,7 +94,7 @@ TEST_F(ModelFetch, goes_through_a_link_to_a_directory_and_leaves_the_files_of_th
   EXPECT_EQ(read_file(sandbox.root() / "big disk/notes.txt"), "mine");
 }
 
-TEST_F(ModelFetch, ends_through_the_termination_path_when_the_directory_cannot_be_made) {
+TEST_F(ModelFetch, aborts_if_the_directory_cannot_be_created) {
   write_file(sandbox.models_dir(), "a file");
   const Outcome run = sandbox.velun({"model", "fetch", "compact"});
   EXPECT_EQ(run.signal, SIGABRT);

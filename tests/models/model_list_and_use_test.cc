@@ -154,7 +154,7 @@ TEST_F(ModelList, keeps_the_order_of_the_directory_over_thousands_of_bundles) {
   EXPECT_EQ(list(), success(expected));
 }
 
-TEST_F(ModelList, compares_with_a_relative_state_directory_as_it_stands) {
+TEST_F(ModelList, compares_a_relative_state_directory_as_a_text) {
   complete(sandbox.root() / "own/models/one");
   sandbox.configure("state_dir: own\nmodel_dir: own/models/one\n");
   EXPECT_EQ(list(), success("* one\n"));
@@ -214,7 +214,7 @@ TEST_F(ModelUse, of_an_id_stores_the_path_below_the_models_directory) {
   expect_stored("one", complete(models() / "one"));
 }
 
-TEST_F(ModelUse, of_a_path_stores_it_behind_the_current_directory_without_tidying_it) {
+TEST_F(ModelUse, of_a_relative_path_appends_it_unchanged_to_the_current_directory) {
   const std::string root = sandbox.root().string();
   complete(root);
   complete(root + "/bundle");
@@ -232,7 +232,7 @@ TEST_F(ModelUse, prefers_a_path_in_the_current_directory_even_if_it_is_no_bundle
   expect_refused("one", "one is incomplete (needs a graph, tokenizer.json, labels.json)\n");
 }
 
-TEST_F(ModelUse, looks_past_a_dangling_link_in_the_current_directory) {
+TEST_F(ModelUse, skips_a_dangling_link_in_the_current_directory) {
   fs::create_symlink("nowhere", sandbox.root() / "one");
   expect_stored("one", complete(models() / "one"));
 }
@@ -268,7 +268,7 @@ TEST_F(ModelUse, needs_an_argument) {
   }
 }
 
-TEST_F(ModelUse, of_something_that_is_nowhere_names_it_as_it_was_given) {
+TEST_F(ModelUse, of_a_missing_bundle_prints_the_argument_unchanged) {
   for (const std::string& argument :
        std::vector<std::string>{"none", " none", "./none/", "/none/at/all", "x/../none", "\xff",
                                 std::string(5000, 'x')}) {
@@ -285,7 +285,7 @@ TEST_F(ModelUse, of_an_incomplete_bundle_names_its_path) {
   expect_refused(sandbox.root().string() + "/sub", sandbox.root().string() + "/sub" + reason);
 }
 
-TEST_F(ModelUse, says_how_to_load_the_bundle_when_a_daemon_runs) {
+TEST_F(ModelUse, says_how_to_load_the_bundle_if_a_daemon_runs) {
   const std::string bundle = complete(models() / "one");
   const LoopbackServer control(sandbox.control_port(),
                                [](const std::string&) { return answer(200, "ok"); });
@@ -295,7 +295,7 @@ TEST_F(ModelUse, says_how_to_load_the_bundle_when_a_daemon_runs) {
             sandbox.rendering("watch", "model_dir: " + bundle + "\n"));
 }
 
-TEST_F(ModelUse, asks_for_no_restart_of_a_daemon_that_is_not_well_and_asks_none_if_it_fails) {
+TEST_F(ModelUse, asks_for_no_restart_of_an_unhealthy_daemon_and_asks_no_daemon_if_it_fails) {
   complete(models() / "one");
   const LoopbackServer control(sandbox.control_port(),
                                [](const std::string&) { return answer(503, "busy"); });

@@ -49,7 +49,7 @@ class HubToken : public Fetching {
     return (mode_of(header_file()) == 0600 ? "private: " : "open: ") + read_file(header_file());
   }
 
-  // Serves files and notes the state of the header file meanwhile.
+  // Serves files, and records the state of the header file at each request.
   LoopbackServer::Handler watching(const Files& files) {
     return [this, serve = serving(files)](const std::string& request) {
       sights.push_back(header_now());
@@ -70,7 +70,7 @@ TEST_F(HubToken, goes_to_the_hub_in_an_owner_only_file_that_curl_reads) {
   EXPECT_EQ(hub.requests(), requests_with_token());
 }
 
-TEST_F(HubToken, is_not_written_down_while_the_mirror_is_asked_nor_sent_there) {
+TEST_F(HubToken, is_neither_written_for_the_mirror_nor_sent_there) {
   at_mirror = watching({{tokenizer_path, tokenizer_body}});
   EXPECT_EQ(fetch(), success(fresh_fetch));
   EXPECT_EQ(sights, (Words{"no file", "no file", private_header(), "no file", private_header()}));
@@ -89,7 +89,7 @@ TEST_F(HubToken, does_not_follow_a_redirect_to_another_host) {
 
 using HubTokenWithFaults = WithFaults<HubToken>;
 
-TEST_F(HubTokenWithFaults, needs_no_permission_call_to_be_private_under_a_mask_that_hides_nothing) {
+TEST_F(HubTokenWithFaults, is_private_from_its_creation_even_if_permissions_cannot_be_changed) {
   RunOptions options;
   options.in_child = [] { umask(0); };
   EXPECT_EQ(seen(with_fault(sandbox, {"model", "fetch"}, "fchmod,fchmodat:error=EPERM:when=1+", {},
@@ -98,7 +98,7 @@ TEST_F(HubTokenWithFaults, needs_no_permission_call_to_be_private_under_a_mask_t
   EXPECT_EQ(sights, Words(3, private_header()));
 }
 
-TEST_F(HubToken, that_a_killed_run_left_goes_when_the_next_fetch_begins) {
+TEST_F(HubToken, of_a_killed_run_is_removed_when_the_next_fetch_begins) {
   sandbox.environment.erase("VELUN_HF_TOKEN");
   at_mirror = watching(mirror_files);
   for (const std::string& out : {fresh_fetch, second_fetch}) {
@@ -111,7 +111,7 @@ TEST_F(HubToken, that_a_killed_run_left_goes_when_the_next_fetch_begins) {
 
 // Without a header file some releases of curl send no request; others send one without the field,
 // which this hub refuses. Their messages differ.
-TEST_F(HubToken, goes_nowhere_when_a_directory_takes_the_files_place) {
+TEST_F(HubToken, is_not_sent_if_a_directory_is_at_the_files_path) {
   at_hub = [this](const std::string& request) {
     return request.find(token) == std::string::npos ? answer(401, "") : serving(hub_files)(request);
   };
@@ -126,7 +126,7 @@ TEST_F(HubToken, goes_nowhere_when_a_directory_takes_the_files_place) {
   EXPECT_EQ(names_in(header_file()), Words{"inside"});
 }
 
-TEST(TokenHeaderFile, is_gone_when_the_token_did_not_fit_whole) {
+TEST(TokenHeaderFile, is_removed_if_the_token_does_not_fit_whole) {
   const Sandbox sandbox;
   signal(SIGXFSZ, SIG_IGN);
   rlimit before{};
@@ -184,8 +184,8 @@ TEST(TokenHeaderFile, is_not_written_through_a_dangling_link) {
   EXPECT_FALSE(fs::exists(sandbox.root() / "created"));
 }
 
-// The second name stands for a descriptor that another process opened in time.
-TEST(TokenHeaderFile, never_appears_in_an_older_file_that_somebody_can_still_read) {
+// The second name stands for a descriptor of another process.
+TEST(TokenHeaderFile, never_puts_the_token_into_an_older_file_that_others_have_open) {
   const Sandbox sandbox;
   write_file(sandbox.root() / "older", "older content\n");
   fs::create_hard_link(sandbox.root() / "older", sandbox.root() / "header");
