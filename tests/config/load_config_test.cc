@@ -75,7 +75,7 @@ TEST_F(LoadConfigWithFaults, a_file_that_grows_after_it_was_opened_is_read_whole
   sandbox.configure();
   const std::string path = sandbox.config_file();
   write_file(path, "mode: off\n");
-  // The file grows while the call that asks for its size returns late.
+  // The call that asks for the size returns only after the file has grown.
   std::thread editor([&path] {
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     write_file(path, "mode: off\nmodel_dir: /m\n");

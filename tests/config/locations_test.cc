@@ -111,9 +111,8 @@ TEST_F(InTheStateDir, the_token_moves_with_the_directory) {
   EXPECT_EQ(read_control_token(Config()), "other");
 }
 
-class ConfigFileInUse : public SetupDialogue {};
-
-TEST_F(ConfigFileInUse, is_shown_byte_for_byte_as_the_environment_names_it) {
+TEST(ConfigPath, is_shown_byte_for_byte_as_the_environment_names_it) {
+  Sandbox sandbox;
   fs::create_directory(sandbox.root() / "my \"own\"\\ \xff\xc3\n home");
   const std::string path = "home/../my \"own\"\\ \xff\xc3\n home//./velun.yaml";
   sandbox.environment["VELUN_CLI_CONFIG"] = path;

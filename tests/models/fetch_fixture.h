@@ -107,11 +107,9 @@ class Fetching : public ::testing::Test {
 
   std::filesystem::path bundle() const { return sandbox.models_dir() / "velun-pii-m-v1.3"; }
   std::filesystem::path header_file() const { return sandbox.state_dir() / ".hf-token.header"; }
-  /// The word that makes curl read it.
-  std::string header_word() const { return std::string("@").append(header_file().string()); }
 
-  /// Sends curl to the test's hub; the maker's own mirror is never reachable. Curl names itself
-  /// alike in every release.
+  /// Sends curl to the test's hub; the maker's own mirror is never reachable. The
+  /// requests do not contain curl's version.
   void configure_curl(const std::string& more) {
     write_file(sandbox.home() / ".curlrc",
                "user-agent = \"curl\"\ncacert = \"" VELUN_HUB_CERTIFICATE "\"\n" +
