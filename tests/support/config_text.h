@@ -65,22 +65,6 @@ inline std::string fields_of(const Config& config) {
          "\nintercept_port=" + std::to_string(intercept_port) + "\n";
 }
 
-/// A configuration and its problems, each with "\n" behind it.
-struct Judged {
-  Config config;
-  std::string problems;
-};
-
-inline Judged judge(std::string_view text) {
-  Problems problems;
-  Judged result;
-  result.config = validate_config(parse_config_text(text, problems), problems);
-  for (const std::string& problem : problems) {
-    result.problems += problem + "\n";
-  }
-  return result;
-}
-
 /// The lines of `fields_of` that differ from the defaults.
 inline std::string changed_fields_of(const Config& config) {
   const std::string defaults = "\n" + fields_of(Config());

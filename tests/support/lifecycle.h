@@ -2,7 +2,6 @@
 // control port that answers at chosen moments, and velun's messages about both.
 #pragma once
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
@@ -26,12 +25,6 @@ inline std::string spaced(const std::vector<std::string>& words) {
   }
   text.pop_back();
   return text;
-}
-
-/// True while the newest run of the program exists. Reaps nothing, so a server's thread may ask.
-inline bool newest_run_exists(const ScriptedProgram& program) {
-  const std::vector<RecordedRun> runs = program.runs();
-  return !runs.empty() && kill(runs.back().pid, 0) == 0;
 }
 
 class Lifecycle : public ::testing::Test {
@@ -61,27 +54,15 @@ class Lifecycle : public ::testing::Test {
     return options;
   }
 
-  /// Options for a run whose standard output is full.
-  static RunOptions with_full_output() {
-    RunOptions options;
-    options.in_child = [] { dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); };
-    return options;
-  }
-
-  /// Starts the program without velun. Returns when it has installed its signal handlers.
-  pid_t launch_by_hand(const ScriptedProgram& program) const {
+  /// Starts the program without velun and records its pid as velun would. Returns when the program
+  /// has installed its signal handlers.
+  pid_t launch_recorded(const ScriptedProgram& program) const {
     const std::size_t before = program.runs().size();
     Launch launch;
     launch.program = program.path();
     launch.argv = {program.path()};
     const pid_t pid = spawn(launch);
     EXPECT_TRUE(eventually([&] { return program.runs().size() > before; }));
-    return pid;
-  }
-
-  /// Does the same and records its pid as velun would.
-  pid_t launch_recorded(const ScriptedProgram& program) const {
-    const pid_t pid = launch_by_hand(program);
     sandbox.write_pid_file(pid);
     return pid;
   }
@@ -95,7 +76,9 @@ class Lifecycle : public ::testing::Test {
   /// A control port that answers while the newest run of `daemon` exists.
   LoopbackServer port_of_daemon(const ScriptedProgram& daemon) const {
     return LoopbackServer(sandbox.control_port(), [&daemon](const std::string&) {
-      return newest_run_exists(daemon) ? answer(200, "ok") : answer(503, "");
+      const std::vector<RecordedRun> runs = daemon.runs();
+      const bool alive = !runs.empty() && kill(runs.back().pid, 0) == 0;
+      return alive ? answer(200, "ok") : answer(503, "");
     });
   }
 
