@@ -1,7 +1,7 @@
 # Compiler and linker options that make memory errors harder to exploit. Each is used if the toolchain
 # knows it. Builds with sanitizers or coverage have none: some options would hide errors from the
-# sanitizers or add branches to the counts. Unoptimised builds have none either: the debugger must show
-# uninitialised variables.
+# sanitizers or add branches to the counts. Unoptimised builds have none either: zeroed
+# variables would hide uninitialised ones from the debugger.
 
 include(CheckCXXSourceCompiles)
 

@@ -1,4 +1,4 @@
-# `cpack` packs an existing build; `./dev package` makes a new one for each package.
+# `cpack` packs an existing build; `./dev package` makes a new build first.
 
 set(VELUN_PACKAGE_MAINTAINER "velun maintainers <velun@quorvane.example>"
     CACHE STRING "The packages' maintainer")

@@ -1,5 +1,5 @@
 # CPack runs this after it has made a package. CPack packs an archive in the order of the file system
-# and with the name of the builder. This packs it again in a fixed order and as root.
+# and with the builder as owner. This packs it again in a fixed order and with root as owner.
 cmake_minimum_required(VERSION 3.22)
 
 if(CPACK_GENERATOR STREQUAL "TGZ")
