@@ -41,7 +41,7 @@ class Binary : public ::testing::Test {
   Sandbox sandbox_;
 };
 
-TEST_F(Binary, may_be_loaded_anywhere) {
+TEST_F(Binary, may_be_loaded_at_any_address) {
   EXPECT_NE(the_one_shown("-h", "Type:").find(" DYN "), std::string::npos);
   EXPECT_NE(the_one_shown("-d", "(FLAGS_1)").find(" PIE"), std::string::npos);
 }
@@ -70,11 +70,11 @@ TEST_F(Hardening, executes_nothing_that_can_be_written) {
   EXPECT_EQ(shown("-l", "RWE").size(), 0U);
 }
 
-TEST_F(Hardening, fills_in_all_addresses_at_the_start) {
+TEST_F(Hardening, binds_all_symbols_at_startup) {
   EXPECT_NE(the_one_shown("-d", "(FLAGS_1)").find(" NOW"), std::string::npos);
 }
 
-TEST_F(Hardening, makes_the_table_of_addresses_read_only_then) {
+TEST_F(Hardening, makes_the_global_offset_table_read_only_after_startup) {
   std::string type;
   std::uint64_t offset = 0;
   std::uint64_t begin = 0;
@@ -93,7 +93,7 @@ TEST_F(Hardening, makes_the_table_of_addresses_read_only_then) {
 
 // The program does not show these options for velun's own functions: it also contains libraries
 // that Debian compiled.
-TEST_F(Hardening, every_source_is_compiled_with_what_the_program_cannot_show) {
+TEST_F(Hardening, every_source_is_compiled_with_the_hardening_options) {
   if (!std::filesystem::exists(VELUN_COMPILE_COMMANDS)) {
     GTEST_SKIP() << "this build writes no list of its commands";
   }

@@ -53,14 +53,14 @@ TEST_F(Commands, each_word_reaches_its_handler) {
   expect({"mode", "off"}, 0, sandbox.wrote(), "");
 }
 
-TEST_F(Commands, any_other_word_is_unknown_and_ends_with_2) {
+TEST_F(Commands, a_word_outside_the_table_is_unknown_and_ends_velun_with_2) {
   sandbox.configure();
   for (const std::string& word : unknown_words) {
     expect({word}, 2, "", unknown_message(word));
   }
 }
 
-TEST_F(Commands, without_a_configuration_each_word_that_needs_one_says_so_whatever_follows) {
+TEST_F(Commands, a_missing_configuration_is_reported_by_every_word_that_needs_one) {
   const ScriptedProgram daemon = install_daemon("forever");
   const ScriptedProgram curl = install_curl(sandbox, "exit 22");
   Words words = configured_commands;

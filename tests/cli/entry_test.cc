@@ -98,7 +98,7 @@ void abandon(int stream) {
   }
 }
 
-TEST_F(Entry, a_full_closed_or_abandoned_output_stream_leaves_the_status_as_it_is) {
+TEST_F(Entry, a_stream_that_is_full_closed_or_without_a_reader_leaves_the_status_as_it_is) {
   for (const std::string kind : {"full", "closed", "abandoned"}) {
     for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
       RunOptions options;
@@ -132,7 +132,7 @@ TEST_F(Entry, a_full_closed_or_abandoned_output_stream_leaves_the_status_as_it_i
   }
 }
 
-TEST_F(Entry, an_abandoned_output_stream_does_not_keep_restart_from_starting_the_daemon) {
+TEST_F(Entry, restart_starts_the_daemon_even_if_its_output_is_a_pipe_without_a_reader) {
   sandbox.configure();
   const ScriptedProgram daemon = install_daemon("forever");
   const LoopbackServer control = port_of_daemon(daemon);
@@ -144,7 +144,7 @@ TEST_F(Entry, an_abandoned_output_stream_does_not_keep_restart_from_starting_the
   EXPECT_TRUE(is_running(daemon.runs()[1].pid));
 }
 
-TEST_F(Entry, an_abandoned_error_stream_leaves_the_status_of_a_child_without_a_program) {
+TEST_F(Entry, an_error_pipe_without_a_reader_leaves_the_status_of_a_failed_exec_at_127) {
   sandbox.configure();
   sandbox.environment["VELUND"] = "/does/not/exist";
   RunOptions traced;
@@ -157,7 +157,7 @@ TEST_F(Entry, an_abandoned_error_stream_leaves_the_status_of_a_child_without_a_p
 }
 
 // A failed wait would count as a finished download, and the end of a daemon would go unnoticed.
-TEST_F(Entry, a_parent_that_ignores_the_end_of_children_does_not_hide_their_failure) {
+TEST_F(Entry, a_parent_that_ignores_sigchld_does_not_hide_the_failure_of_a_child) {
   sandbox.configure();
   const ScriptedProgram daemon = install_daemon("exit 3");
   const ScriptedProgram curl = install_curl(sandbox, "exit 22");
@@ -213,7 +213,7 @@ TEST_F(Entry, messages_and_the_output_of_other_programs_keep_their_order_in_one_
   EXPECT_EQ(one_output({"mode", "off"}), sandbox.wrote() + foreign_text());
 }
 
-// Makes a locale with a decimal comma, because none may be installed.
+// Makes a locale with a decimal comma, because the system may have none.
 TEST_F(Entry, no_number_changes_its_form_in_a_locale) {
   const fs::path locales = sandbox.root() / "locales";
   write_file(locales / "charmap", "<escape_char> /\nCHARMAP\n<U0000>..<U007F> /x00\nEND CHARMAP\n");

@@ -1,5 +1,5 @@
-// With too little memory or too few descriptors velun reports a failure or aborts. It leaves no
-// work half done.
+// With too little memory or too few descriptors velun aborts, reports a failure, or treats a file
+// or a daemon as missing. It leaves no work half done.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -103,7 +103,7 @@ class LittleMemory : public FewDescriptors {
   const RunOptions six_megabytes = with_limit(RLIMIT_AS, 6'000'000);
 };
 
-TEST_F(LittleMemory, is_enough_for_what_starts_no_other_program) {
+TEST_F(LittleMemory, is_enough_for_commands_that_start_no_other_program) {
   const LoopbackServer control(sandbox.control_port(), healthy_with("{}"));
   for (const Words& words :
        {Words{"help"}, Words{"setup"}, Words{"config"}, Words{"start"}, Words{"stop"},
@@ -127,7 +127,7 @@ TEST_F(LittleMemory, ends_every_command_that_reads_a_config_file_that_does_not_f
   EXPECT_FALSE(fs::exists(sandbox.state_dir()));
 }
 
-TEST_F(LittleMemory, takes_an_answer_that_does_not_fit_for_none) {
+TEST_F(LittleMemory, treats_an_answer_that_does_not_fit_as_no_answer) {
   const LoopbackServer control(sandbox.control_port(), healthy_with(std::string(7'000'000, ' ')));
   EXPECT_EQ(seen(sandbox.velun({"status"}, six_megabytes)),
             failure("the daemon answers /healthz but refused /v1/status — token mismatch?\n"));

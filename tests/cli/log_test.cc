@@ -41,7 +41,7 @@ TEST(LogReport, goes_through_an_object_of_entries_in_the_order_of_its_keys) {
 }
 
 // Every row is one entry and its line.
-TEST(LogReport, shows_the_members_of_an_entry_between_two_blanks_and_as_they_came) {
+TEST(LogReport, separates_the_members_of_an_entry_by_two_blanks_and_escapes_nothing) {
   const Row rows[] = {
       {R"({})", "?      0 ms\n"},
       {R"({"app":"a"})", "a      0 ms\n"},
@@ -66,7 +66,7 @@ TEST(LogReport, shows_the_members_of_an_entry_between_two_blanks_and_as_they_cam
   }
 }
 
-TEST(LogReport, does_not_exist_for_what_is_not_json) {
+TEST(LogReport, does_not_exist_for_text_that_is_not_json) {
   for (const std::string& body : not_json) {
     EXPECT_EQ(log_report(body), std::nullopt) << body;
   }
@@ -97,7 +97,7 @@ TEST(LogReport, looks_members_up_in_the_order_in_which_they_are_shown) {
   EXPECT_EQ(error_for(R"("outcome":[])"), no_string + "array");
 }
 
-TEST(LogReport, is_not_troubled_by_a_hundred_thousand_levels) {
+TEST(LogReport, may_come_from_an_answer_with_a_hundred_thousand_levels) {
   for (const std::string& deep : {nested_arrays(100'000), nested_objects(100'000)}) {
     EXPECT_EQ(log_report("{\"entries\":[{\"app\":\"a\",\"extra\":" + deep + "}]}"),
               "a      0 ms\n");

@@ -38,7 +38,7 @@ class Mode : public Lifecycle {
   }
 };
 
-TEST_F(Mode, refuses_every_other_word_and_touches_nothing) {
+TEST_F(Mode, refuses_any_word_but_its_three_and_touches_nothing) {
   sandbox.write_pid_file("4711 as it was");
   const ScriptedProgram daemon = install_daemon("forever");
   const LoopbackServer control = answering_port();
@@ -51,7 +51,7 @@ TEST_F(Mode, refuses_every_other_word_and_touches_nothing) {
   EXPECT_EQ(read_file(sandbox.pid_file()), "4711 as it was");
 }
 
-TEST_F(Mode, off_while_nothing_answers_only_writes_and_does_so_even_when_it_was_off) {
+TEST_F(Mode, off_only_writes_the_file_if_no_daemon_answers_even_if_the_mode_was_off) {
   sandbox.configure("mode: off # as it was\n");
   const Bystander bystander;
   sandbox.write_pid_file(bystander.pid());
@@ -76,7 +76,7 @@ TEST_F(Mode, off_stops_the_running_daemon) {
   EXPECT_EQ(control.paths(), (std::vector<std::string>{"/healthz", "/healthz"}));
 }
 
-TEST_F(Mode, watch_starts_a_stopped_daemon_whatever_was_recorded) {
+TEST_F(Mode, watch_starts_a_stopped_daemon_despite_a_stale_pid_file) {
   expect_start("watch", {});
 }
 

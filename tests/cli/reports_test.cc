@@ -95,7 +95,7 @@ TEST_P(Report, says_on_standard_error_that_the_answer_is_not_json) {
   EXPECT_EQ(seen(run_for(answer(200, "{"))), failure(GetParam().unreadable));
 }
 
-TEST_P(Report, reads_the_token_after_the_probe_and_sends_it_untouched_for_the_answer_alone) {
+TEST_P(Report, reads_the_token_after_the_probe_and_sends_it_unchanged_for_the_report_only) {
   sandbox.configure("state_dir: configured\n");
   write_file(sandbox.state_dir() / "control.token", "default\n");
   const LoopbackServer daemon(sandbox.control_port(), [&](const std::string& received) {
@@ -148,14 +148,14 @@ std::string thousand(const std::string& element) {
   return text;
 }
 
-TEST_F(WholeReport, of_status_is_missing_whole_when_the_last_listener_is_faulty) {
+TEST_F(WholeReport, of_status_is_not_printed_at_all_if_the_last_listener_is_faulty) {
   const std::string listeners = thousand(R"({"app":"a","port":1})") + R"({"port":"1"}])";
   EXPECT_EQ(seen(run_for("status", R"({"mode":"watch","listeners":)" + listeners + "}")),
             failure("unparseable /v1/status\n"));
 }
 
 // The library's uncaught exception: no message of velun's own, and no exit status.
-TEST_F(WholeReport, of_stats_and_log_is_missing_whole_when_an_answer_ends_velun) {
+TEST_F(WholeReport, of_stats_and_log_is_not_printed_at_all_if_an_answer_aborts_velun) {
   const std::string entries = thousand(R"({"app":"a"})") + R"({"duration_ms":"812"}])";
   const std::pair<std::string, std::string> rows[] = {{"stats", "null"},
                                                       {"stats", R"({"cost_micros":"1"})"},

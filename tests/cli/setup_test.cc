@@ -103,7 +103,7 @@ TEST_F(Setup, an_answer_that_is_not_exactly_a_mode_is_refused_and_asked_again) {
   }
 }
 
-TEST_F(Setup, the_mode_is_asked_for_as_often_as_it_takes) {
+TEST_F(Setup, the_mode_is_asked_for_until_an_answer_is_a_mode) {
   std::string input;
   std::vector<std::string> refused;
   for (int i = 0; i < 500; ++i) {
@@ -113,7 +113,7 @@ TEST_F(Setup, the_mode_is_asked_for_as_often_as_it_takes) {
   expect({"", input + "off\n\n", refused, "watch", "none", "off", ""});
 }
 
-// A file with problems, their report, the two offers, and the file that taking them writes.
+// A file with problems, their report, the two offers, and the file that is saved if both are taken.
 const std::string faulty_files[][5] = {
     {"mode: loud\n", "  line 1: mode must be off, watch or protect (got `loud`)\n", "watch", "none",
      written("watch")},
@@ -188,7 +188,7 @@ TEST_F(Setup, warns_of_protect_without_detection_and_writes_it) {
   expect_dialogue("\n\n", transcript("protect", "none", protect_warning), written("protect"));
 }
 
-TEST_F(Setup, a_question_is_out_before_its_answer_is_read) {
+TEST_F(Setup, a_question_is_flushed_before_its_answer_is_read) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   RunOptions options;
@@ -256,7 +256,7 @@ TEST_F(Setup, the_daemon_is_left_alone) {
   EXPECT_EQ(file(), sandbox.rendering("off"));
 }
 
-// Label, offer, input, what is shown and what is returned.
+// Label, offer, input, output and return value.
 const std::string prompts[][5] = {
     {"Name", "", "y\n", "Name: ", "y"},
     {"Name", "", "", "Name: ", ""},

@@ -78,7 +78,7 @@ TEST(StatsReport, shows_the_cost_of_64_bits_with_at_most_six_significant_digits)
   }
 }
 
-TEST(StatsReport, does_not_exist_for_what_is_not_json) {
+TEST(StatsReport, does_not_exist_for_text_that_is_not_json) {
   for (const std::string& body : not_json) {
     EXPECT_EQ(stats_report(body), std::nullopt) << body;
   }

@@ -56,8 +56,8 @@ TEST(StateDir, is_chosen_by_the_first_variable_that_counts) {
        {{}, "/tmp/.local/share/velun"}});
 }
 
-// A row is the record's directory, that of the environment, and the directory of the files.
-TEST(StateDir, of_the_record_wins_and_moves_all_files_in_it) {
+// A row is the directory in the record, that in the environment, and the directory of the files.
+TEST(StateDir, of_the_record_precedes_the_environment_and_holds_all_files) {
   const std::string rows[][3] = {
       {"", "/state", "/state/"}, {"/srv/velun", "/state", "/srv/velun/"}, {"", "", ""}};
   for (const auto& [recorded, variable, place] : rows) {
@@ -102,7 +102,7 @@ TEST_F(InTheStateDir, the_token_is_empty_without_a_file_that_can_be_read) {
   EXPECT_EQ(read_control_token(config), "");
 }
 
-TEST_F(InTheStateDir, the_token_moves_with_the_directory) {
+TEST_F(InTheStateDir, the_token_is_read_even_if_the_environment_names_another_directory) {
   const ScopedEnvironment environment;
   environment.set("VELUN_STATE_DIR", sandbox.root() / "other");
   write_file(sandbox.root() / "other/control.token", "other\n");

@@ -10,8 +10,8 @@ namespace fs = std::filesystem;
 namespace velun::test {
 namespace {
 
-// If a valid file is there, `mode off` saves: without a daemon it only changes one key. Otherwise
-// `setup` saves and takes every offer.
+// If a valid file is there, the tests save with `mode off`: without a daemon it only changes one
+// key. Otherwise they save with `setup` and take every offer.
 class SaveConfig : public SetupDialogue {
  protected:
   // Takes every offer for a file at `path`, which must then hold the defaults.

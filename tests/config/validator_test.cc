@@ -48,7 +48,7 @@ TEST(Validator, only_values_that_were_stored_exclude_each_other) {
                       "! line 1: `model_dir` takes a directory path, not a list\n"}});
 }
 
-TEST(Validator, a_mode_is_one_of_three_words_or_the_old_one_for_watch) {
+TEST(Validator, a_mode_is_off_watch_or_protect_or_the_old_word_monitor) {
   expect_judgements(
       {{"mode: off\n", "mode=off\n"},
        {"mode: watch\n", ""},
@@ -96,7 +96,7 @@ TEST(Validator, a_port_is_digits_between_1_and_65535_with_any_leading_zeros) {
   }
 }
 
-TEST(Validator, anything_else_is_no_port_and_keeps_the_default) {
+TEST(Validator, any_text_but_a_port_is_a_problem_and_keeps_the_default) {
   for (const std::string& port : ports) {
     for (const std::string text :
          {"",      "0",          "-0",         "00",          "65536",
@@ -223,7 +223,7 @@ TEST(Suggestion, counts_an_edit_for_each_byte_that_differs_and_two_for_swapped_o
                        "mode"}});
 }
 
-TEST(Suggestion, is_the_nearest_key_and_the_one_documented_first_of_equally_near_ones) {
+TEST(Suggestion, is_the_nearest_key_and_of_equally_near_ones_the_first_documented) {
   expect_suggestions({{"nomes", "names"},
                       {"nodes ", "mode"},
                       {"intercept_porps", "intercept_port"},

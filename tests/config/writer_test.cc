@@ -66,7 +66,7 @@ TEST(Rendering, leaves_out_each_optional_key_that_is_not_set) {
             render_config(Config()));
 }
 
-TEST(Rendering, quotes_every_item_of_a_list_by_itself_and_no_mode) {
+TEST(Rendering, quotes_each_item_of_a_list_separately_and_never_the_mode) {
   EXPECT_EQ(rendering_with([](Config& config) {
               config.mode = "a \"b\": #c";
               config.intercept_apps = {"a b", "", "c,d", " e", "f's"};
@@ -77,7 +77,7 @@ TEST(Rendering, quotes_every_item_of_a_list_by_itself_and_no_mode) {
                 "intercept_port: 8903\n");
 }
 
-TEST(QuoteValue, leaves_text_bare_that_the_reader_takes_bare) {
+TEST(QuoteValue, leaves_text_bare_if_the_reader_takes_it_bare) {
   for (const char* text :
        {"a",  "/a b/c", "it's",    "a'",  "a[b", "a]",           "]",     "{a}", "- a",
         "~",  "a\rb",   "a\r",     "\ra", "\v",  "\xc3\xa4\xff", "$HOME", "`a`", "*",

@@ -22,7 +22,7 @@ struct Row {
   long long as_long;
 };
 
-TEST(AnswerInteger, is_converted_as_the_library_does_and_never_beyond_its_range) {
+TEST(AnswerInteger, is_converted_as_by_the_library_but_a_float_out_of_range_is_the_smallest) {
   const Row rows[] = {
       {"0", 0, 0},
       {"-7", -7, -7},

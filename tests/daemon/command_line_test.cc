@@ -149,7 +149,7 @@ class StartProgram : public Lifecycle {
   }
 };
 
-TEST_F(StartProgram, is_looked_for_in_the_working_directory_that_has_a_file_of_the_bare_name) {
+TEST_F(StartProgram, is_taken_from_the_working_directory_if_a_file_there_has_the_tools_bare_name) {
   const ScriptedProgram other = install_daemon("exit 3");
   const ScriptedProgram beside(sandbox.root() / "bin/velund", "exit 3");
   const ScriptedProgram here(sandbox.root() / "here/velund", "exit 3");
@@ -204,7 +204,7 @@ TEST_F(FindDaemonProgram, looks_beside_the_tool_itself_and_not_beside_a_link_to_
 }
 
 // The path is empty if the caller gives the tool no arguments at all.
-TEST_F(FindDaemonProgram, falls_back_when_the_argument_zero_leads_nowhere) {
+TEST_F(FindDaemonProgram, falls_back_if_argument_zero_names_no_file) {
   for (const std::string& argument_zero :
        {std::string(), std::string("velun"), "/" + std::string(5000, 'v')}) {
     EXPECT_EQ(find_daemon_program(argument_zero), "named");

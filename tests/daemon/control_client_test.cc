@@ -206,7 +206,7 @@ TEST(ControlAnswer, that_is_not_whole_after_two_seconds_gives_the_empty_text) {
   }
 }
 
-TEST(ControlFault, fifty_refused_connections_give_the_empty_text_at_once) {
+TEST(ControlFault, a_hundred_refused_connections_give_the_empty_text_at_once) {
   const ReservedPort nobody;
   expect_failure_at_once(quietly([&] {
     std::string results;
@@ -218,7 +218,7 @@ TEST(ControlFault, fifty_refused_connections_give_the_empty_text_at_once) {
   }));
 }
 
-TEST(ControlFault, a_listener_on_the_other_loopback_address_alone_is_not_asked) {
+TEST(ControlFault, a_listener_on_the_ipv6_loopback_address_alone_is_not_asked) {
   const ReservedPort number;
   const int listener = socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_in6 address{};
@@ -291,7 +291,7 @@ bool healthy_for(const Reply& reply) {
   return quietly([&] { return daemon_healthy(daemon.port()); }).result;
 }
 
-TEST(DaemonHealthy, is_a_status_of_200_with_any_body_but_an_empty_one) {
+TEST(DaemonHealthy, is_true_for_status_200_with_any_body_but_an_empty_one) {
   for (const Reply& reply :
        {answer(200, "ok"), answer(200, " "), Reply{chunked + chunk("not well") + last_chunk}}) {
     EXPECT_TRUE(healthy_for(reply)) << reply.bytes;

@@ -70,7 +70,7 @@ RunOptions unusual_start(const fs::path& directory, sighandler_t pipe_action) {
   return options;
 }
 
-TEST_F(StartChild, finds_all_else_as_velun_found_it) {
+TEST_F(StartChild, inherits_all_but_the_session_and_the_group_of_velun) {
   const ScriptedProgram daemon = install_daemon("exit 3");
   const ScriptedProgram by_hand(sandbox.root() / "by hand", "exit 3");
   sandbox.environment.insert({{"A=B", "=C\n \xff"}, {"EMPTY", ""}, {"LC_ALL", "no such locale"}});
@@ -101,7 +101,7 @@ TEST_F(StartChild, that_cannot_be_forked_is_reported_and_leaves_no_pid_file) {
 TEST_F(StartChild, without_a_program_format_runs_in_a_shell_or_says_that_the_exec_failed) {
   const fs::path program = sandbox.root() / "programs/daemon";
   sandbox.environment["VELUND"] = program;
-  // Every shell does the same with such files: those without a format are scripts of its own.
+  // All shells treat such files alike: those without a known format are shell scripts.
   for (const std::string script : {"", "exit 3\n", "kill -9 $$\n", "#!/does/not/exist\n"}) {
     write_file(program, script);
     fs::permissions(program, fs::perms::owner_all);
@@ -110,7 +110,7 @@ TEST_F(StartChild, without_a_program_format_runs_in_a_shell_or_says_that_the_exe
   }
 }
 
-// Signals between the pauses: the port answers only when the test says so.
+// Sends signals to velun while it waits for the port, which answers only if `ready` is set.
 class StartSignal : public StartChild {
  protected:
   /// Starts velun. Returns when the daemon runs and velun has probed after its first pause.
@@ -154,7 +154,7 @@ TEST_F(StartSignal, that_ends_velun_leaves_the_daemon_running_and_on_record) {
   }
 }
 
-TEST_F(StartSignal, that_ends_nobody_changes_nothing) {
+TEST_F(StartSignal, that_does_not_end_velun_changes_nothing) {
   const pid_t velun = start();
   for (const int number : {SIGSTOP, SIGCONT, SIGWINCH, SIGURG, SIGCHLD, SIGSTOP, SIGCONT}) {
     kill(velun, number);

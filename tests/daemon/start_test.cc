@@ -34,7 +34,7 @@ TEST_F(Start, records_the_child_and_reports_it_when_the_control_port_answers) {
   EXPECT_TRUE(is_running(started.pid));
 }
 
-TEST_F(Start, does_nothing_in_mode_off_and_asks_nobody) {
+TEST_F(Start, does_nothing_in_mode_off_and_sends_no_request) {
   sandbox.configure("mode: off\nmodel_dir: /does/not/exist\n");
   const ScriptedProgram daemon = install_daemon("forever");
   const LoopbackServer control = answering_port();
@@ -45,7 +45,7 @@ TEST_F(Start, does_nothing_in_mode_off_and_asks_nobody) {
   EXPECT_FALSE(fs::exists(sandbox.state_dir()));
 }
 
-TEST_F(Start, leaves_a_daemon_alone_that_already_answers) {
+TEST_F(Start, starts_no_second_daemon_if_one_already_answers) {
   sandbox.configure("model_dir: /does/not/exist\n");
   const ScriptedProgram daemon = install_daemon("forever");
   const LoopbackServer control = answering_port();
@@ -86,7 +86,7 @@ TEST_F(StartModelDir, that_is_missing_is_refused_before_anything_is_created) {
   expect_refused((sandbox.root() / "no model").string());
 }
 
-TEST_F(StartModelDir, that_may_not_be_looked_at_counts_as_missing) {
+TEST_F(StartModelDir, that_cannot_be_accessed_counts_as_missing) {
   const fs::path closed = sandbox.root() / "closed";
   fs::create_directories(closed / "model");
   fs::permissions(closed, fs::perms::none);
@@ -143,7 +143,7 @@ TEST_F(StartFiles, state_directory_that_cannot_be_created_ends_the_process_abnor
   EXPECT_EQ(read_file(sandbox.root() / "file"), "not a directory");
 }
 
-TEST_F(StartFiles, are_as_open_as_the_file_creation_mask_leaves_them) {
+TEST_F(StartFiles, have_the_permissions_that_the_file_creation_mask_leaves) {
   sandbox.configure();
   install_daemon("exit 0");
   for (const mode_t mask : {0U, 022U, 077U}) {
@@ -194,7 +194,7 @@ TEST_F(StartWait, gives_a_mute_listener_half_a_second_and_asks_again) {
   EXPECT_LT(run.took, milliseconds(4 * 2000)) << "the usual limit of a call";
 }
 
-TEST_F(StartWait, believes_an_answer_though_the_child_has_forked_and_ended) {
+TEST_F(StartWait, accepts_an_answer_even_if_the_child_has_forked_and_ended) {
   const ScriptedProgram daemon = install_daemon("fork\nforever");
   std::atomic<int> probes = 0;
   const LoopbackServer control(sandbox.control_port(), [&](const std::string&) {

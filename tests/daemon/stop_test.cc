@@ -34,7 +34,7 @@ TEST(RecordedPid, is_none_without_a_positive_number_that_fits_a_pid) {
   EXPECT_EQ(recorded_pid(std::string("\0004711", 5)), std::nullopt);
 }
 
-// The rules of `stop` that the matrix does not test.
+// The rules of `stop` that the matrix does not test, or tests only as root.
 class Stop : public Lifecycle {
  protected:
   Stop() { sandbox.configure(); }
@@ -104,7 +104,7 @@ TEST_F(Stop, reads_and_removes_the_pid_file_of_the_configured_state_directory) {
 }
 
 // The matrix tests this too, but only as root.
-TEST_F(Stop, takes_a_process_of_another_user_for_gone) {
+TEST_F(Stop, treats_a_process_of_another_user_as_gone) {
   const Bystander bystander;
   const pid_t others = geteuid() == 0 ? bystander.pid() : 1;
   if (geteuid() != 0 && kill(others, 0) == 0) {

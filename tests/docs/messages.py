@@ -78,8 +78,8 @@ endpoint_url: http://elsewhere
 
 
 def _page(build, name):
-    """The lines of a page in a terminal of 80 columns; and the heads of the entries of its section
-    MESSAGES by their place among the lines, with "…" for what is underlined."""
+    """The lines of a page in a terminal of 80 columns, and a dictionary from line numbers to the heads
+    of the entries of its section MESSAGES, with "…" for underlined words."""
     run = subprocess.run(["mandoc", "-T", "utf8", "-O", "width=78", f"{build}/man/{name}"],
                          timeout=30, stdin=subprocess.DEVNULL, capture_output=True,
                          encoding="utf-8", check=True)
@@ -115,7 +115,7 @@ def the_sources_have_the_messages_of_the_list(build):
     assert not missing, "tests/docs/messages.py: in no source:\n" + "\n".join(missing)
 
 
-def the_manual_has_the_problems_that_velun_prints_of_a_file(build):
+def the_manual_has_the_problems_that_velun_prints_for_a_file(build):
     heads = _page(build, "velun.yaml.5")[1].values()
     printed = "".join(run_velun(build, "config", config=file, status=1) for file in _faulty_files)
     problems = [line for line in printed.splitlines() if line.startswith("  ")]
@@ -127,7 +127,7 @@ def the_manual_has_the_problems_that_velun_prints_of_a_file(build):
     assert not stale, "man/velun.yaml.5.in: velun does not print:\n" + "\n".join(stale)
 
 
-def a_search_for_a_message_lands_on_its_entry(build):
+def a_search_for_a_message_first_finds_its_entry(build):
     """A search starts at the top of the page and ignores case."""
     lost = []
     for name in ("velun.1", "velun.yaml.5"):
@@ -138,4 +138,4 @@ def a_search_for_a_message_lands_on_its_entry(build):
             # Two messages may begin alike.
             if first != place and not heads.get(first, "").lower().startswith(words):
                 lost.append(f"{name}: {words}: {lines[first].strip()}")
-    assert not lost, "a search lands elsewhere:\n" + "\n".join(lost)
+    assert not lost, "a search finds another place first:\n" + "\n".join(lost)

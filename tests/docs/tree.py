@@ -18,17 +18,17 @@ def text_of(name):
 
 
 def found(pattern, text, where):
-    """All matches of the pattern in the text. Fails without a match, because a rule about no
-    matches would always hold."""
+    """All matches of the pattern in the text. Fails without a match, because a rule that
+    compares nothing would always pass."""
     matches = re.findall(pattern, text, re.MULTILINE)
-    assert matches, f"{where}: nothing looks like {pattern}"
+    assert matches, f"{where}: nothing matches {pattern}"
     return matches
 
 
 def part(text, begin, end, where):
     """The text between two patterns, or from the first to the end of the text."""
     match = re.search(rf"{begin}([\s\S]*?)(?:{end}|\Z)", text, re.MULTILINE)
-    assert match, f"{where}: nothing begins like {begin}"
+    assert match, f"{where}: nothing matches {begin}"
     return match[1]
 
 

@@ -1,4 +1,4 @@
-"""The commands to run, each in a situation in which it makes the most calls."""
+"""The commands to run, and the situations in which each runs."""
 
 import dataclasses
 
@@ -10,10 +10,10 @@ class Command:
     name: str
     words: tuple
     lines: str = ""  # of the config file, after its ports; "none": there is no file
-    answers: bool = False  # a daemon answers that velun has not started
+    answers: bool = False  # a daemon that velun has not started answers
     recorded: str = ""  # the process whose pid is on record: "daemon" (it answers), "bystander" or "dead"
     input: str = ""
-    bundle: str = ""  # "whole", or "half" and the file with the token as a killed fetch left them
+    bundle: str = ""  # "whole"; or "half", with a token file, as a killed fetch leaves them
     refused: bool = False  # neither the mirror nor the hub delivers anything
     starts: bool = False  # may leave a daemon running
     signals: tuple = ()  # also killed by these, at each call

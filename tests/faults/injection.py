@@ -32,8 +32,8 @@ CANNOT_FAIL = {"exit_group", "getpid", "getppid", "gettid", "tgkill"}
 
 
 def own_calls(trace):
-    """The calls of a trace after those of the C library's start. Each is a name and a number among
-    the calls of that name, by which strace finds it again."""
+    """The calls of a trace after those of the C library's start. Each is a name and the position among
+    the calls of that name, which strace takes as "when"."""
     counts = {}
     calls = []
     entered = False

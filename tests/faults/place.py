@@ -74,7 +74,7 @@ class Run:
 
 
 def end_with_parent():
-    """Runs in a child, so the child ends with a runner that is killed."""
+    """Runs in a child. The child then also ends if its parent is killed."""
     libc.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
 
 
@@ -108,11 +108,11 @@ class Place:
         (self.root / "bin/curl").write_text(CURL)
         (self.root / "bin/curl").chmod(0o755)
         end_with_parent()
-        # This process adopts the daemons that velun leaves running. In a group of its own, a signal
-        # to velun's whole group would reach the bystander.
+        # This process adopts the daemons that velun leaves running. Its process group is its own, so
+        # a signal to velun's whole group reaches the bystander and no process outside.
         libc.prctl(PR_SET_CHILD_SUBREAPER, 1)
         os.setpgid(0, 0)
-        # The caller may have ignored some of them.
+        # The caller may ignore some of these signals, and children inherit that.
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT):
             signal.signal(number, signal.SIG_DFL)
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
@@ -185,7 +185,7 @@ class Place:
             (state_dir / ".hf-token.header").write_text("of a run that was killed\n")
         daemon = self.start_daemon(ports, state_dir) if command.recorded == "daemon" else None
         pid = {"daemon": daemon and daemon.pid, "bystander": self.bystander.pid,
-               "dead": 2 ** 22 + 1}  # larger than any
+               "dead": 2 ** 22 + 1}  # larger than any pid
         if command.recorded:
             (state_dir / "velun-cli.pid").write_text(f"{pid[command.recorded]}\n")
         return home, daemon
@@ -217,7 +217,7 @@ class Place:
         run.hung = not eventually(ended, command.bound)
         run.status = process.returncode
         run.read()
-        # Read only once: velun cannot have seen a later end of the daemon.
+        # Does not poll again: an end of the daemon after that of velun does not count.
         run.daemon_gone = bool(daemon) and daemon.returncode is not None
         if not command.starts:
             eventually(lambda: not self.running(daemon), 1)

@@ -20,7 +20,7 @@ FAILURES = [
 ]
 USAGES = [r"usage: velun .*", r"no help topic `.*", r"unknown command `.*"]
 
-# The last line on standard output if the status is 0; a report ends as if nothing had failed.
+# The last line on standard output if the status is 0. Reports are not listed: theirs is the usual one.
 SUCCESSES = [
     r"not running( \(configured mode: \w+\))?", r"stopped", r"dashboard: http://127.0.0.1:\d+/",
     r"already running on control port \d+", r"mode is off — .*", r"wrote .*",
@@ -73,18 +73,18 @@ def check_children(run, command, call):
     """A daemon runs, or has ended, if velun says so; every process that runs is on record."""
     found = []
     announced = re.search(r"^(?:running|started) \(pid (\d+)[,)]", run.out + run.err, re.MULTILINE)
-    # The daemon that was there already may answer for one that could not get the port.
+    # An earlier daemon may answer in the place of the new one, which could not get the port.
     if announced and int(announced[1]) not in run.running and not command.answers:
-        found.append("the daemon that is said to run does not")
+        found.append("velun says that the daemon runs, but it does not")
     # A record that cannot be written goes unreported.
     if call not in ("openat", "write"):
         if announced and run.record != announced[1] + "\n":
-            found.append("the daemon that is said to run is not on record")
+            found.append("velun says that the daemon runs, but it is not on record")
         if any(run.record != f"{pid}\n" for pid in run.running):
             found.append("a process runs that is not on record")
     # A process that may not be signalled counts as gone.
     if call != "kill" and "stopped\n" in run.out and not run.daemon_gone:
-        found.append("the daemon that is said to be stopped is not")
+        found.append("velun says that it stopped the daemon, but it still runs")
     return found
 
 
@@ -94,7 +94,7 @@ def check_record(run, call):
         return ["the pid file holds half a record"]
     ended = last_line(run) in ("stopped", "not running") and not run.running
     if ended and run.record and call != "unlink":
-        return ["the pid file of no daemon is left"]
+        return ["a pid file is left, but no daemon runs"]
     refused = re.search("not touching it|not killing it|still running", run.err)
     if refused and run.record != run.record_before:
         return ["a refusal has changed the pid file"]
@@ -180,7 +180,7 @@ def violations_when_killed(run, command, usual, call):
         found.append("others may read the token")
     if not command.starts and run.running:
         found.append("curl goes on")
-    # The pauses come after the record.
+    # velun writes the pid file before its first pause.
     if call == "clock_nanosleep" and {run.record} != {f"{pid}\n" for pid in run.running}:
         found.append("the daemon that was started is not on record")
     return found

@@ -1,5 +1,5 @@
 // Runs many commands at once in one home. Nothing locks them against each other: a command may read
-// half a config file, or another command may stop its daemon, and it may fail for that. But each
+// half a config file, or another command may stop its daemon, so it may fail. But each command
 // ends in time and in a known way, prints its whole report or none, and signals no process but the
 // daemon. Saves take turns by flock, as the manual page says, so the file loads afterwards.
 
@@ -175,7 +175,7 @@ class Concurrency : public ::testing::Test {
   std::size_t number_ = 0;
 };
 
-TEST_F(Concurrency, of_all_commands_crashes_none_signals_no_bystander_and_leaves_a_whole_file) {
+TEST_F(Concurrency, ends_no_command_unexpectedly_signals_no_bystander_and_leaves_a_whole_file) {
   const char* seconds = std::getenv("VELUN_CONCURRENCY_SECONDS");
   run_for(std::chrono::seconds(seconds != nullptr ? std::atoi(seconds) : 3));
   EXPECT_EQ(neighbour.fate(), "there");

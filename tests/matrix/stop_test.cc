@@ -124,7 +124,7 @@ struct Combination {
   bool is(const std::string& pid_text_name) const { return pid_text->name == pid_text_name; }
   bool other_user() const { return process->name == std::string("another user's"); }
   bool recorded_and_alive() const { return pid_text->names_the_process && process->alive; }
-  // Only the whole matrix has the ports that differ in the HTTP client alone.
+  // The ports that make a difference only to the HTTP client are left to the whole matrix.
   bool is_for_every_day() const {
     const std::string_view kind = port->name;
     return (kind == "free" || kind == "healthy" || kind == "500") && !takes_seconds();
@@ -317,7 +317,7 @@ std::vector<Combination> combinations() {
   return cells;
 }
 
-TEST(StopMatrix, signals_only_what_is_recorded_while_a_daemon_answers) {
+TEST(StopMatrix, signals_only_the_recorded_process_and_only_while_a_daemon_answers) {
   // Most of them only wait, so many run at a time.
   constexpr std::size_t at_once = 48;
   const std::vector<Combination> cells = combinations();

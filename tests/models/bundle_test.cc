@@ -38,7 +38,7 @@ TEST(Manifest, has_the_values_of_the_card_unescaped_and_no_empty_segment) {
             "{\"model\":\"a \"b\" \\c\",\"window\":-7,\"segment\":\"x\"\ty\"}\n");
 }
 
-TEST(OwnFiles, are_written_even_if_one_of_them_cannot_be) {
+TEST(OwnFiles, that_can_be_written_are_written_even_if_another_cannot) {
   const Sandbox sandbox;
   fs::create_directories(sandbox.root() / "labels.json");
   write_own_files(model_catalog(), sandbox.root());

@@ -90,7 +90,7 @@ TEST_F(CurlRuns, for_both_sources_write_to_the_users_streams_after_the_line_of_t
                            "curl complains\ncurl complains\ncurl complains\n"));
 }
 
-// The session and the group, so Ctrl-C reaches curl too; the streams, and no other open file.
+// All that a run of curl inherits. With velun's session and group, Ctrl-C reaches curl too.
 auto surroundings(const RecordedRun& run) {
   return std::tuple(run.session, run.group, run.descriptors, run.directory, run.environment,
                     run.status.at("Umask"), run.status.at("SigBlk"), run.status.at("SigIgn"));

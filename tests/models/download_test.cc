@@ -151,7 +151,7 @@ class AlreadyHere : public Fetching {
   }
 };
 
-TEST_F(AlreadyHere, is_a_file_of_another_size_than_expected_that_may_not_be_read) {
+TEST_F(AlreadyHere, is_printed_for_an_unreadable_file_of_another_size_than_expected) {
   put("calibration.json", "x");
   fs::permissions(bundle() / "calibration.json", fs::perms::none);
   expect_calibration_left_alone();
@@ -159,12 +159,12 @@ TEST_F(AlreadyHere, is_a_file_of_another_size_than_expected_that_may_not_be_read
   EXPECT_EQ(read_file(bundle() / "calibration.json"), "x");
 }
 
-TEST_F(AlreadyHere, is_a_directory_at_the_final_name) {
+TEST_F(AlreadyHere, is_printed_for_a_directory_at_the_final_name) {
   fs::create_directories(bundle() / "calibration.json");
   expect_calibration_left_alone();
 }
 
-TEST_F(AlreadyHere, is_a_link_to_a_file_with_content) {
+TEST_F(AlreadyHere, is_printed_for_a_link_to_a_file_with_content) {
   write_file(sandbox.root() / "elsewhere", "mine");
   fs::create_directories(bundle());
   fs::create_symlink(sandbox.root() / "elsewhere", bundle() / "calibration.json");
@@ -172,7 +172,7 @@ TEST_F(AlreadyHere, is_a_link_to_a_file_with_content) {
   EXPECT_EQ(read_file(bundle() / "calibration.json"), "mine");
 }
 
-TEST_F(AlreadyHere, is_no_link_to_an_empty_file_or_to_nothing_and_the_download_replaces_it) {
+TEST_F(AlreadyHere, is_not_printed_for_a_link_to_an_empty_file_or_to_nothing_which_is_replaced) {
   write_file(sandbox.root() / "empty", "");
   for (const char* target : {"empty", "nowhere"}) {
     fs::create_directories(bundle());
@@ -186,7 +186,7 @@ TEST_F(AlreadyHere, is_no_link_to_an_empty_file_or_to_nothing_and_the_download_r
   EXPECT_FALSE(fs::exists(sandbox.root() / "nowhere"));
 }
 
-TEST_F(AlreadyHere, is_no_empty_file_or_dangling_link_and_both_survive_a_failed_download) {
+TEST_F(AlreadyHere, is_not_printed_for_an_empty_file_or_dangling_link_and_a_failure_keeps_both) {
   at_mirror = serving({});
   put("tokenizer.json", "");
   EXPECT_EQ(fetch(), refused());

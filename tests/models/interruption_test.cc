@@ -33,7 +33,8 @@ Reply half_of(const std::string& body) {
 
 class Interruption : public Fetching, public ::testing::WithParamInterface<int> {
  protected:
-  // Starts a fetch with the signal's default action. Its curl ignores SIGTERM and must still end.
+  // Starts a fetch with the signal's default action. If the signal is not
+  // SIGTERM, curl ignores SIGTERM and must still end.
   pid_t start() {
     RunOptions options;
     options.in_child = [] {
@@ -89,7 +90,7 @@ TEST_P(Interruption, during_the_last_answer_keeps_the_files_before_and_a_part) {
   expect_second_run_finds({"tokenizer.json", "calibration.json"});
 }
 
-TEST_P(Interruption, during_the_hubs_answer_leaves_only_a_part_and_no_readable_token) {
+TEST_P(Interruption, during_the_hubs_answer_leaves_a_part_and_no_token_that_others_can_read) {
   at_hub = [&](const std::string&) { return half_of(large.at(tokenizer_path)); };
   use_token("hf_secret");
   const pid_t velun = start();

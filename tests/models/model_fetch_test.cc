@@ -57,7 +57,7 @@ TEST_F(ModelFetch, of_the_compact_variant_says_that_there_is_none_and_takes_the_
   EXPECT_EQ(mirror_server.paths(), mirror_paths);
 }
 
-TEST_F(ModelFetch, of_any_other_word_prints_no_remark) {
+TEST_F(ModelFetch, of_any_word_but_compact_prints_no_remark) {
   for (const char* word : {"full", "", "Compact", "compact ", "--compact"}) {
     EXPECT_EQ(seen(sandbox.velun({"model", "fetch", word})), success(fresh_fetch)) << word;
     fs::remove_all(sandbox.models_dir());

@@ -51,7 +51,7 @@ TEST_F(ModelList, says_which_bundle_is_incomplete_and_which_is_in_use) {
   EXPECT_EQ(list(), success("* one\n"));
 }
 
-TEST_F(ModelList, is_the_command_without_a_word) {
+TEST_F(ModelList, is_printed_if_no_word_follows_model) {
   complete(models() / "one");
   EXPECT_EQ(seen(sandbox.velun({"model"})), success("  one\n"));
   EXPECT_EQ(seen(sandbox.velun({"model", ""})), success("  one\n"));
@@ -295,7 +295,7 @@ TEST_F(ModelUse, says_how_to_load_the_bundle_if_a_daemon_runs) {
             sandbox.rendering("watch", "model_dir: " + bundle + "\n"));
 }
 
-TEST_F(ModelUse, asks_for_no_restart_of_an_unhealthy_daemon_and_asks_no_daemon_if_it_fails) {
+TEST_F(ModelUse, suggests_no_restart_of_an_unhealthy_daemon_and_sends_nothing_if_it_fails) {
   complete(models() / "one");
   const LoopbackServer control(sandbox.control_port(),
                                [](const std::string&) { return answer(503, "busy"); });

@@ -139,7 +139,7 @@ TEST(TokenHeaderFile, is_removed_if_the_token_does_not_fit_whole) {
 }
 
 // The second name stands for a file that cannot be removed.
-TEST(TokenHeaderFile, is_emptied_in_the_end_under_any_name) {
+TEST(TokenHeaderFile, is_truncated_at_the_end_even_if_it_has_a_second_name) {
   const Sandbox sandbox;
   const fs::path second_name = sandbox.root() / "second name";
   {

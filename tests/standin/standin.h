@@ -16,13 +16,13 @@ namespace http = boost::beast::http;
 using Request = http::request<http::string_body>;
 using Response = http::response<http::string_body>;
 
-/// Each flag that was given with its value; empty for a flag without one.
+/// Each given flag with its value, which is empty for a flag without one.
 using Flags = std::map<std::string, std::string>;
 
 /// Reads the daemon's arguments. Returns what is wrong with them, or the empty text.
 std::string read_flags(const std::vector<std::string>& words, Flags& flags);
 
-/// All that the answers of the control API come from.
+/// The data for the answers of the control API.
 struct Standin {
   Flags flags;
   std::string token;

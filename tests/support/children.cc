@@ -133,7 +133,7 @@ int main(int argc, char* argv[]) {
   testing::InitGoogleTest(&argc, argv);
   // Orphaned descendants are handed to this process.
   prctl(PR_SET_CHILD_SUBREAPER, 1);
-  // A peer may close a socket.
+  // Without this, a peer that closes a socket could end the tests.
   signal(SIGPIPE, SIG_IGN);
   const rlimit no_core_file{0, 0};
   setrlimit(RLIMIT_CORE, &no_core_file);

@@ -1,4 +1,5 @@
-// A healthy daemon for the commands that show reports, with one answer for every other path.
+// A healthy daemon for the commands that show reports, with one answer for every path but
+// /healthz.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -74,9 +74,9 @@ class Sandbox {
   /// keys in their places.
   std::string rendering(const std::string& mode, const std::string& after_mode = "",
                         const std::string& after_ports = "") const;
-  /// The three lines of both that name the ports.
+  /// The lines of the three ports, as in both texts above.
   std::string port_lines() const;
-  /// The flags that the daemon is started with for `configure`, `after_quiet` behind "--quiet" and
+  /// The daemon's flags for the config file of `configure`, with `after_quiet` behind "--quiet" and
   /// `last` at the end.
   std::vector<std::string> daemon_flags(const std::vector<std::string>& after_quiet = {},
                                         const std::vector<std::string>& last = {}) const;

@@ -9,7 +9,7 @@ namespace fs = std::filesystem;
 namespace velun::test {
 namespace {
 
-TEST(PathExists, is_true_for_anything_that_is_there_and_false_if_that_cannot_be_found_out) {
+TEST(PathExists, is_true_for_anything_that_exists_and_false_if_that_cannot_be_determined) {
   const Sandbox sandbox;
   const fs::path root = sandbox.root();
   write_file(root / "file", "");
