@@ -123,7 +123,9 @@ TEST_F(Commands, argument_zero_reaches_every_command_that_starts_the_daemon) {
 }
 
 TEST_F(Commands, only_setup_reads_standard_input) {
-  sandbox.configure("mode: off\n");
+  sandbox.configure();
+  const ScriptedProgram daemon = install_daemon("exit 0");
+  const ScriptedProgram curl = install_curl(sandbox, "exit 22");
   write_file(sandbox.root() / "answers", "off\nnone\n");
   const int input = open((sandbox.root() / "answers").c_str(), O_RDONLY | O_CLOEXEC);
   RunOptions options;
@@ -131,7 +133,7 @@ TEST_F(Commands, only_setup_reads_standard_input) {
   Words words = configured_commands;
   words.insert(words.end(), {"help", "--help", "-h", "nonsense", ""});
   for (const std::string& word : words) {
-    sandbox.velun({word}, options);
+    sandbox.velun({word, word == "model" ? "fetch" : "off"}, options);
     EXPECT_EQ(lseek(input, 0, SEEK_CUR), 0) << word;
   }
   sandbox.velun({"setup"}, options);

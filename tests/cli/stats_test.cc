@@ -44,15 +44,15 @@ TEST(StatsReport, takes_zero_for_each_counter_that_is_missing_and_ignores_other_
 }
 
 TEST(StatsReport, counts_in_32_bits) {
-  EXPECT_EQ(stats_report(R"({"requests":-1,"entities_protected":4294967298,
+  EXPECT_EQ(stats_report(R"({"requests":4294967295,"entities_protected":2147483649,
                              "blocked_requests":2147483648})"),
-            stats_text("-1", "2", "-2147483648", "0"));
+            stats_text("-1", "-2147483647", "-2147483648", "0"));
 }
 
 TEST(StatsReport, shows_the_cost_of_64_bits_with_at_most_six_significant_digits) {
   const Row costs[] = {
       {"1", "1e-06"},
-      {"12", "1.2e-05"},
+      {"12.9", "1.2e-05"},
       {"99", "9.9e-05"},
       {"100", "0.0001"},
       {"123", "0.000123"},

@@ -34,7 +34,7 @@ TEST(ConfigPath, is_chosen_by_the_first_variable_that_counts) {
          {"HOME", "/home/ada"}},
         "./a//b/../my \"file\".yaml"},
        {{{"VELUN_CLI_CONFIG", ""}, {"XDG_CONFIG_HOME", "/xdg"}, {"HOME", "/home/ada"}}, ""},
-       {{{"XDG_CONFIG_HOME", "/xdg"}, {"HOME", "/home/ada"}}, "/xdg/velun/velun.yaml"},
+       {{{"XDG_CONFIG_HOME", "/xdg/"}, {"HOME", "/home/ada"}}, "/xdg/velun/velun.yaml"},
        {{{"XDG_CONFIG_HOME", ""}, {"HOME", "/home/ada"}}, "/home/ada/.config/velun/velun.yaml"},
        {{{"HOME", "/home/ada"}, {"XDG_DATA_HOME", "/data"}, {"VELUN_STATE_DIR", "/state"}},
         "/home/ada/.config/velun/velun.yaml"},
@@ -48,7 +48,7 @@ TEST(StateDir, is_chosen_by_the_first_variable_that_counts) {
       {{{{"VELUN_STATE_DIR", "../state/"}, {"XDG_DATA_HOME", "/data"}, {"HOME", "/home/ada"}},
         "../state/"},
        {{{"VELUN_STATE_DIR", ""}, {"XDG_DATA_HOME", "/data"}, {"HOME", "/home/ada"}}, ""},
-       {{{"XDG_DATA_HOME", "/data"}, {"HOME", "/home/ada"}}, "/data/velun"},
+       {{{"XDG_DATA_HOME", "/data/"}, {"HOME", "/home/ada"}}, "/data/velun"},
        {{{"XDG_DATA_HOME", ""}, {"HOME", "/home/ada"}}, "/home/ada/.local/share/velun"},
        {{{"HOME", "/home/ada"}, {"XDG_CONFIG_HOME", "/xdg"}, {"VELUN_CLI_CONFIG", "/etc/v.yaml"}},
         "/home/ada/.local/share/velun"},
@@ -98,6 +98,7 @@ TEST_F(InTheStateDir, the_token_is_the_first_line_of_its_file_untouched) {
 
 TEST_F(InTheStateDir, the_token_is_empty_without_a_file_that_can_be_read) {
   EXPECT_EQ(read_control_token(config), "");
+  EXPECT_EQ(names_in(sandbox.root()), std::vector<std::string>{"home"});
   fs::create_directories(token_file);
   EXPECT_EQ(read_control_token(config), "");
 }
