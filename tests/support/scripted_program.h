@@ -30,8 +30,8 @@ class ScriptedProgram {
   /// "exit N", "kill N" (signals itself), "fork" (ends with 0 and goes on as its own child, which
   /// is recorded as one more run), "sleep MS", "forever", "print TEXT", "complain TEXT" (standard
   /// error), "output TEXT" (into the file named behind -o), "fail-on TEXT" (status 22 when the last
-  /// argument holds the text), "until-term" (goes on after a SIGTERM). The first step
-  /// may be "log-term": it counts every SIGTERM, which then does not end the program.
+  /// argument holds the text). The first step may be "log-term": it counts every SIGTERM, which
+  /// then does not end the program.
   ScriptedProgram(std::filesystem::path path, const std::string& steps);
 
   std::string path() const { return path_.string(); }
