@@ -99,6 +99,7 @@ void abandon(int stream) {
 }
 
 TEST_F(Entry, a_stream_that_is_full_closed_or_without_a_reader_leaves_the_status_as_it_is) {
+  const ScriptedProgram curl = install_curl(sandbox, "output []");
   for (const std::string kind : {"full", "closed", "abandoned"}) {
     for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
       RunOptions options;
@@ -118,10 +119,13 @@ TEST_F(Entry, a_stream_that_is_full_closed_or_without_a_reader_leaves_the_status
            {"--help", "-h", "config", "status", "stats", "log", "stop", "model", "setup"}) {
         expect_status(0, {word});
       }
-      for (const Words& words : {Words{"mode", "off"}, Words{"start"}, Words{"restart"},
-                                 Words{"model", "list"}, Words{"help", "model"}}) {
+      for (const Words& words :
+           {Words{"mode", "off"}, Words{"start"}, Words{"restart"}, Words{"model", "list"},
+            Words{"help", "model"}, Words{"model", "fetch"}}) {
         expect_status(0, words);
       }
+      EXPECT_EQ(names_in(sandbox.models_dir() / "velun-pii-m-v1.3").size(), 5U);
+      fs::remove_all(sandbox.models_dir());
       expect_status(1, {"model", "use", "x"});
       expect_status(2, {"mode", "loud"});
       expect_status(2, {"help", "nonsense"});
@@ -132,7 +136,7 @@ TEST_F(Entry, a_stream_that_is_full_closed_or_without_a_reader_leaves_the_status
   }
 }
 
-TEST_F(Entry, restart_starts_the_daemon_even_if_its_output_is_a_pipe_without_a_reader) {
+TEST_F(Entry, restart_starts_the_daemon_even_if_its_output_is_full_or_a_pipe_without_a_reader) {
   sandbox.configure();
   const ScriptedProgram daemon = install_daemon("forever");
   const LoopbackServer control = port_of_daemon(daemon);
@@ -140,8 +144,10 @@ TEST_F(Entry, restart_starts_the_daemon_even_if_its_output_is_a_pipe_without_a_r
   RunOptions options;
   options.in_child = [] { abandon(STDOUT_FILENO); };
   EXPECT_EQ(seen(sandbox.velun({"restart"}, options)), success(""));
-  ASSERT_EQ(daemon.runs().size(), 2U);
-  EXPECT_TRUE(is_running(daemon.runs()[1].pid));
+  options.in_child = [] { dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO); };
+  EXPECT_EQ(seen(sandbox.velun({"restart"}, options)), success(""));
+  ASSERT_EQ(daemon.runs().size(), 3U);
+  EXPECT_TRUE(is_running(daemon.runs()[2].pid));
 }
 
 TEST_F(Entry, an_error_pipe_without_a_reader_leaves_the_status_of_a_failed_exec_at_127) {

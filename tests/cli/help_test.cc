@@ -144,9 +144,5 @@ TEST_F(Help, no_configuration_is_read_whether_faulty_or_not) {
   }
 }
 
-TEST_F(Help, the_engines_source_is_named) {
-  EXPECT_STRNE(engine_source_url, "");
-}
-
 }  // namespace
 }  // namespace velun::test

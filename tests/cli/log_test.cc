@@ -53,6 +53,7 @@ TEST(LogReport, separates_the_members_of_an_entry_by_two_blanks_and_escapes_noth
       {R"({"app":1,"app":"b"})", "b      0 ms\n"},
       {R"({"duration_ms":812.9})", "?      812 ms\n"},
       {R"({"duration_ms":2147483648})", "?      -2147483648 ms\n"},
+      {R"({"duration_ms":1e300})", "?      -2147483648 ms\n"},
       {R"({"app":"\"q\" \\ \/ 'x'","model":"größe 模型 😀","outcome":"two\nlines\r\n\ttab"})",
        "\"q\" \\ / 'x'  größe 模型 😀  two\nlines\r\n\ttab  0 ms\n"},
       {R"({"app":"\u00e9\ud83d\ude00","model":"  padded  ","outcome":"%s %n"})",

@@ -71,6 +71,7 @@ TEST(StatsReport, shows_the_cost_of_64_bits_with_at_most_six_significant_digits)
       {"-9223372036854775808", "-9.22337e+12"},
       {"4294967296.5", "4294.97"},
       {"true", "1e-06"},
+      {"1e300", "-9.22337e+12"},
   };
   for (const Row& cost : costs) {
     EXPECT_EQ(stats_report(R"({"cost_micros":)" + cost.answer + "}"),

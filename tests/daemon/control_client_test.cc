@@ -196,7 +196,7 @@ TEST(ControlAnswer, that_is_broken_or_too_long_gives_the_empty_text_at_once) {
 TEST(ControlAnswer, that_is_not_whole_after_two_seconds_gives_the_empty_text) {
   const std::string begin = "HTTP/1.1 200 OK\r\n";
   for (const Reply& reply :
-       {Reply{begin + "Conte", Ending::hang},
+       {Reply{"", Ending::hang}, Reply{begin + "Conte", Ending::hang},
         Reply{begin + "Content-Length: 4\r\n\r\nha", Ending::hang},
         Reply{begin + "\r\nall of it", Ending::hang},
         Reply{answer(200, "ok", "X-Pad: 0123456789\r\n").bytes, Ending::close, milliseconds(150)},
@@ -236,6 +236,16 @@ TEST(ControlFault, a_listener_on_the_ipv6_loopback_address_alone_is_not_asked) {
 TEST(ControlFault, a_listener_that_closes_without_reading_gives_the_empty_text) {
   const RawListener daemon([](int) {});
   expect_failure_at_once(call(daemon.port()));
+}
+
+TEST(ControlFault, a_failed_call_leaves_no_descriptor_open) {
+  const ReservedPort nobody;
+  const int before = dup(0);
+  close(before);
+  call(nobody.number());
+  const int after = dup(0);
+  close(after);
+  EXPECT_EQ(after, before);
 }
 
 TEST(ControlFault, a_listener_that_closes_in_the_middle_of_a_request_raises_no_signal) {
@@ -300,6 +310,14 @@ TEST(DaemonHealthy, is_true_for_status_200_with_any_body_but_an_empty_one) {
        {answer(200, ""), Reply{chunked + last_chunk}, answer(201, "ok"), answer(503, "ok")}) {
     EXPECT_FALSE(healthy_for(reply)) << reply.bytes;
   }
+}
+
+TEST(DaemonHealthy, is_false_after_two_seconds_of_silence) {
+  const LoopbackServer daemon(0, [](const std::string&) { return Reply{"", Ending::hang}; });
+  const auto probe = quietly([&] { return daemon_healthy(daemon.port()); });
+  EXPECT_FALSE(probe.result);
+  EXPECT_GE(probe.took, milliseconds(1900));
+  EXPECT_LT(probe.took, milliseconds(3800));
 }
 
 TEST(DaemonHealthy, is_asked_of_healthz_without_a_token) {

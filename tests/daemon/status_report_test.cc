@@ -90,8 +90,8 @@ TEST(StatusReport, lists_the_listeners_in_the_order_of_the_answer) {
        "listener:  b on port 2\nlistener:  a on port 1\nlistener:  b on port 2\n"},
       {R"({"listeners":[{},{"app":""},{"port":8901}]})",
        "listener:  ? on port 0\nlistener:   on port 0\nlistener:  ? on port 8901\n"},
-      {R"({"listeners":[{"port":8900.9},{"port":4294967297}]})",
-       "listener:  ? on port 8900\nlistener:  ? on port 1\n"},
+      {R"({"listeners":[{"port":8900.9},{"port":4294967297},{"port":1e300}]})",
+       "listener:  ? on port 8900\nlistener:  ? on port 1\nlistener:  ? on port -2147483648\n"},
   });
 }
 

@@ -3,7 +3,7 @@ named, and the manual names each variable of the environment that velun reads.""
 
 import re
 
-from tree import found, part, rooms, root, run_velun, text_of
+from tree import expect_same, found, part, rooms, root, run_velun, text_of
 
 # How the completions of each shell write a word that they offer.
 _offers = {"completions/velun.bash": " {}", "completions/_velun": "'{}:",
@@ -107,3 +107,10 @@ def the_manual_names_the_variables_that_velun_reads(build):
     read = {*found(r'getenv\("(\w+)"\)', text, "sources"), "PATH"}
     named = set(found(r"^\.It Ev (\w+)$", text_of("man/velun.1.in"), "man/velun.1.in: ENVIRONMENT"))
     assert named == read, f"man/velun.1.in: ENVIRONMENT differs in {sorted(named ^ read)}"
+
+
+def the_readme_shows_the_default_servers(build):
+    defaults = found(r'^set\((VELUN_[A-Z_]+_URL) "([^"]+)"', text_of("CMakeLists.txt"),
+                     "CMakeLists.txt")
+    shown = found(r"^\| `(VELUN_[A-Z_]+_URL)` \| `([^`]+)`", text_of("README.md"), "README.md")
+    expect_same(map(" ".join, defaults), "CMakeLists.txt", map(" ".join, shown), "README.md")

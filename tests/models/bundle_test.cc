@@ -93,7 +93,8 @@ TEST_F(Completeness, of_an_empty_path_concerns_the_current_directory) {
 }
 
 TEST_F(Completeness, counts_directories_and_links_but_no_dangling_link) {
-  fs::create_directory(with({"model.int8.onnx"}) / "labels.json");
+  fs::create_directory(with({}) / "model.fp32.onnx");
+  fs::create_directory(bundle / "labels.json");
   fs::create_symlink("nowhere", bundle / "tokenizer.json");
   EXPECT_FALSE(bundle_complete(bundle));
   write_file(bundle / "nowhere", "");

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <limits>
 
@@ -162,6 +163,14 @@ TEST_F(AlreadyHere, is_printed_for_an_unreadable_file_of_another_size_than_expec
 TEST_F(AlreadyHere, is_printed_for_a_directory_at_the_final_name) {
   fs::create_directories(bundle() / "calibration.json");
   expect_calibration_left_alone();
+}
+
+TEST_F(AlreadyHere, is_printed_for_a_pipe_or_a_device_at_the_final_name) {
+  fs::create_directories(bundle());
+  fs::create_symlink("/dev/null", bundle() / "calibration.json");
+  ASSERT_EQ(mkfifo((bundle() / "model.fp32.onnx").c_str(), 0600), 0);
+  EXPECT_EQ(fetch(), success(fetch_that_finds({"calibration.json", "model.fp32.onnx"})));
+  EXPECT_EQ(mirror_server.paths(), Words{tokenizer_path});
 }
 
 TEST_F(AlreadyHere, is_printed_for_a_link_to_a_file_with_content) {

@@ -19,7 +19,7 @@ class ModelFetch : public Fetching {
   ModelFetch() { at_mirror = serving(mirror_files); }
 };
 
-TEST_F(ModelFetch, fills_an_empty_home_with_a_whole_bundle_and_leaves_the_config_file_alone) {
+TEST_F(ModelFetch, fills_an_empty_home_with_a_bundle_and_leaves_its_use_to_model_use) {
   sandbox.configure("# mine\nmode: protect\n");
   const std::string before = read_file(sandbox.config_file());
   EXPECT_EQ(fetch(), success(fresh_fetch));
@@ -30,6 +30,16 @@ TEST_F(ModelFetch, fills_an_empty_home_with_a_whole_bundle_and_leaves_the_config
   EXPECT_EQ(read_file(bundle() / "labels.json"), nineteen_heads);
   EXPECT_EQ(read_file(bundle() / "manifest.json"), catalog_manifest);
   EXPECT_EQ(read_file(sandbox.config_file()), before);
+  EXPECT_EQ(seen(sandbox.velun({"model", "use", "velun-pii-m-v1.3"})), success(sandbox.wrote()));
+  EXPECT_EQ(read_file(sandbox.config_file()),
+            sandbox.rendering("protect", "model_dir: " + bundle().string() + "\n"));
+  EXPECT_EQ(seen(sandbox.velun({"model", "list"})), success("* velun-pii-m-v1.3\n"));
+}
+
+TEST_F(ModelFetch, does_not_report_own_files_that_it_cannot_write) {
+  fs::create_directories(bundle() / "labels.json");
+  fs::create_directories(bundle() / "manifest.json");
+  EXPECT_EQ(fetch(), success(fresh_fetch));
 }
 
 TEST_F(ModelFetch, leaves_permissions_to_the_file_creation_mask) {
