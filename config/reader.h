@@ -1,7 +1,7 @@
 // Splits the text of `velun.yaml` into keys with raw values. The format is a flat subset of YAML:
 // one `key: value` pair a line, scalars (bare, single- or double-quoted), one-level lists in
-// brackets, comments with "#". Nesting, indentation, multi-line values and block lists are refused.
-// The reader knows no key names; the validator checks them.
+// brackets, comments with "#". Nested keys, indentation, multi-line values and block lists are
+// refused. The reader knows no key names; the validator checks them.
 #pragma once
 
 #include <map>

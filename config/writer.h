@@ -14,8 +14,8 @@ namespace velun {
 /// set.
 std::string render_config(const Config& config);
 
-/// Returns the text unchanged, or in double quotes with escapes if it is empty or would be read
-/// differently. The exceptions above stay bare.
+/// Returns the text unchanged, or in double quotes with escapes if it is empty or might be read
+/// differently. The last two exceptions above stay bare.
 std::string quote_value(const std::string& text);
 
 }  // namespace velun

@@ -11,7 +11,7 @@ namespace velun::test {
 namespace {
 
 // If a valid file is there, the tests save with `mode off`: without a daemon it only changes one
-// key. Otherwise they save with `setup` and take every offer.
+// key. Otherwise they save with `setup`.
 class SaveConfig : public SetupDialogue {
  protected:
   // Takes every offer for a file at `path`, which must then hold the defaults.

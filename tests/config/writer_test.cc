@@ -77,7 +77,7 @@ TEST(Rendering, quotes_each_item_of_a_list_separately_and_never_the_mode) {
                 "intercept_port: 8903\n");
 }
 
-TEST(QuoteValue, leaves_text_bare_if_the_reader_takes_it_bare) {
+TEST(QuoteValue, leaves_most_text_bare_if_the_reader_takes_it_bare) {
   for (const char* text :
        {"a",  "/a b/c", "it's",    "a'",  "a[b", "a]",           "]",     "{a}", "- a",
         "~",  "a\rb",   "a\r",     "\ra", "\v",  "\xc3\xa4\xff", "$HOME", "`a`", "*",
@@ -86,7 +86,7 @@ TEST(QuoteValue, leaves_text_bare_if_the_reader_takes_it_bare) {
   }
 }
 
-TEST(QuoteValue, quotes_text_that_would_be_read_as_something_else) {
+TEST(QuoteValue, quotes_text_that_might_be_read_as_something_else) {
   const TextCase rows[] = {
       {"", "\"\""},
       // a space at either end

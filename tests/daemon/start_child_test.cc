@@ -101,7 +101,7 @@ TEST_F(StartChild, that_cannot_be_forked_is_reported_and_leaves_no_pid_file) {
 TEST_F(StartChild, without_a_program_format_runs_in_a_shell_or_says_that_the_exec_failed) {
   const fs::path program = sandbox.root() / "programs/daemon";
   sandbox.environment["VELUND"] = program;
-  // All shells treat such files alike: those without a known format are shell scripts.
+  // execvp runs a file of no known format as a shell script, as shells do.
   for (const std::string script : {"", "exit 3\n", "kill -9 $$\n", "#!/does/not/exist\n"}) {
     write_file(program, script);
     fs::permissions(program, fs::perms::owner_all);

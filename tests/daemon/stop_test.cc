@@ -34,7 +34,7 @@ TEST(RecordedPid, is_none_without_a_positive_number_that_fits_a_pid) {
   EXPECT_EQ(recorded_pid(std::string("\0004711", 5)), std::nullopt);
 }
 
-// The rules of `stop` that the matrix does not test, or tests only as root.
+// Rules of `stop`. The matrix does not test most of them, or tests them only as root.
 class Stop : public Lifecycle {
  protected:
   Stop() { sandbox.configure(); }

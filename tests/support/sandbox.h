@@ -1,5 +1,5 @@
 // A private home for one test: a directory that the destructor removes, an environment with only
-// HOME and PATH, and three reserved ports.
+// HOME, PATH and the options of sanitizers, and three reserved ports.
 #pragma once
 
 #include <filesystem>
