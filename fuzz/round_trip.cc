@@ -25,7 +25,7 @@ Config record_of(const std::string& input) {
   static constexpr const char* modes[] = {"off", "watch", "protect"};
   const auto choices = static_cast<unsigned char>(input[1]);
   Config config;
-  // Names every field, so a new field that is not tested stops the build.
+  // Names every field, so a new field stops the build until it is named here.
   auto& [mode, model_dir, endpoint_url, anthropic_port, openai_port, control_port, state_dir, names,
          intercept_apps, intercept_port] = config;
   mode = modes[choices % 3];

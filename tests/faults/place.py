@@ -117,9 +117,9 @@ class Place:
             signal.signal(number, signal.SIG_DFL)
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
         resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 26, 1 << 26))
-        self.keepers = [reserved_port() for _ in range(6)]
+        self.keepers = [reserved_port() for _ in 2 * PORTS]
         ports = [keeper.getsockname()[1] for keeper in self.keepers]
-        self.ports, self.answering_ports = ports[:3], ports[3:]
+        self.ports, self.answering_ports = ports[:len(PORTS)], ports[len(PORTS):]
         self.bring_up()
         self.control_token = (self.root / "answering/control.token").read_text().strip()
 
